@@ -1,0 +1,201 @@
+#include "app/job_processor.h"
+
+#include <QDateTime>
+#include <new>
+
+#include "platform/file_names.h"
+#include "platform/language_strings.h"
+#include "platform/paths.h"
+#include "platform/preferences.h"
+
+namespace {
+
+double NowMsecs() { return static_cast<double>(QDateTime::currentMSecsSinceEpoch()); }
+
+}  // namespace
+
+JobProcessor::JobProcessor(const LanguageStrings& language_, const Preferences& preferences_,
+                           const Paths& paths_)
+    : language(language_), preferences(preferences_), paths(paths_) {}
+
+std::vector<std::pair<JobTasks::Tasks, double>> JobProcessor::TaskWeights(bool find_notes, bool cuda) {
+  using namespace JobTasks;
+  if (!find_notes)
+    return {{kAudio, 0.08}, {kBeats, 0.23}, {kSpectrogramFirstPass, 0.15}, {kSpectrogramSecondPass, 0.54}};
+  if (cuda)
+    return {{kAudio, 0.072},
+            {kBeats, 0.207},
+            {kSpectrogramFirstPass, 0.135},
+            {kSpectrogramSecondPass, 0.486},
+            {kNotes, 0.1}};
+  return {{kAudio, 0.04},
+          {kBeats, 0.115},
+          {kSpectrogramFirstPass, 0.075},
+          {kSpectrogramSecondPass, 0.27},
+          {kNotes, 0.5}};
+}
+
+double JobProcessor::ProgressFraction(JobTasks::Tasks task, int done, int total) const {
+  double fraction = 0.0;
+  for (const auto& [weighted_task, weight] : task_weights) {
+    if (weighted_task == task) {
+      if (total > 0) fraction += static_cast<double>(done) / total * weight;
+      return fraction;
+    }
+    fraction += weight;
+  }
+  return fraction;
+}
+
+void JobProcessor::CalculateProgress(JobPtr job, JobTasks::Tasks task, int done, int total) {
+  emit ProgressUpdate(job, task, done, total, ProgressFraction(task, done, total));
+}
+
+void JobProcessor::ProcessJob(JobPtr job) {
+  if (job->cancelled) return;
+  try {
+    job->start_msecs = NowMsecs();
+    job->end_msecs = job->start_msecs;
+    job->job_id = static_cast<int>(static_cast<qint64>(job->start_msecs) & 0xFFFFFF);
+    job->input_type = TranscriptionJob::GetInputType(job->input_filename);
+    EnsureFoldersExist(job->SaveFilenames());
+    StartJob(job);
+
+    if (job->IsTmpjInput()) {
+      LoadTmpj(job->input_filename, job);
+      CompleteAlternateFile(job);
+    } else if (job->IsMidiInput()) {
+      ProcessMidiFile(job);
+    } else {
+      ProcessAudioFile(job);
+    }
+  } catch (const std::bad_alloc&) {
+    TranscriptionJob::Cancel(job);
+    emit Message(job->language.OUT_OF_MEMORY, false);
+  }
+}
+
+void JobProcessor::StartJob(JobPtr job) {
+  if (job->cancelled) return;
+  emit StartedJob(job);
+  task_weights = TaskWeights(job->find_notes, false);
+}
+
+void JobProcessor::ProcessAudioFile(JobPtr job) {
+  emit LogStep("Loading audio");
+  CalculateProgress(job, JobTasks::kAudio, 0, 0);
+  if (!RunAudioStage(job) || job->cancelled) return;
+  job->cli_modifiers.Set(job.get());
+  emit AudioReady(job);
+
+  if (!CalculateBeats(job)) return;
+  if (!CalculateSpectrogram(false, job)) return;
+  if (job->find_notes) {
+    emit LogStep("Loading notes");
+    FindNotes(job);
+  }
+  if (job->cancelled) return;
+  AnalyseMusic(job);
+  job->notes_ready = true;
+  emit NotesReady(job);
+  job->SetHasUnsavedChanges(true, true);
+
+  SaveJobOutput(job);
+  if (job->cancelled) return;
+
+  // Notes are always found on the network's own grid; a finer display grid is computed
+  // only after the outputs are saved, so it never delays them.
+  if (job->find_notes && (job->freqs_per_note > Constants::kNeuralNetFrequenciesPerNote ||
+                          job->time_step < Constants::kNeuralNetTimeStepMs)) {
+    CalculateSpectrogram(true, job);
+  }
+  job->end_msecs = NowMsecs();
+  job->job_complete = true;
+  emit FinishedJob(job);
+}
+
+void JobProcessor::ProcessMidiFile(JobPtr job) {
+  // Reading MIDI as input arrives with the MIDI codec and the piano samples.
+  emit Message(job->language.AUDIO_FORMAT_UNSUPPORTED, false);
+  TranscriptionJob::Cancel(job);
+}
+
+bool JobProcessor::RunAudioStage(JobPtr job) { return !job->cancelled; }
+
+void JobProcessor::FindNotes(JobPtr job) { (void)job; }
+
+void JobProcessor::AnalyseMusic(JobPtr job) { (void)job; }
+
+void JobProcessor::LoadTmpj(const QString& filename, JobPtr job) {
+  // Reading project files arrives with the project file format.
+  (void)filename;
+  emit Message(job->language.TMPJ_READ_INVALID_FORMAT, false);
+  TranscriptionJob::Cancel(job);
+}
+
+void JobProcessor::CompleteAlternateFile(JobPtr job) {
+  if (job->cancelled) return;
+  job->cli_modifiers.Set(job.get());
+  job->notes_ready = true;
+  emit NotesReady(job);
+  SaveJobOutput(job);
+  if (job->IsTmpjInput()) job->tmpj_filename = job->input_filename;
+  job->job_complete = true;
+  job->end_msecs = NowMsecs();
+  job->SetHasUnsavedChanges(false, true);
+  emit FinishedJob(job);
+}
+
+bool JobProcessor::CalculateBeats(JobPtr job) { return !job->cancelled; }
+
+bool JobProcessor::CalculateSpectrogram(bool recalculate, JobPtr job) {
+  (void)recalculate;
+  return !job->cancelled;
+}
+
+void JobProcessor::SaveJobOutput(JobPtr job) {
+  if (!job->spectrogram_filename.isEmpty()) ExportSpectrogramCsv(job);
+
+  const bool open_after = preferences.open_sheet_music_after_processing &&
+                          (job->IsMidiInput() || (job->input_type == kInputAudio && job->find_notes));
+  if (!job->musicxml_filename.isEmpty() || open_after) {
+    emit ProgressUpdate(job, JobTasks::kSheetMusic, 0, 0, -1.0);
+    SaveSheetMusic(job, open_after, false);
+  }
+  if (job->cancelled) return;
+
+  if (!job->tmpj_filename.isEmpty()) {
+    SaveTmpj(job);
+    job->SetHasUnsavedChanges(false, true);
+  }
+  if (!job->midi_filename.isEmpty()) SaveMidi(job);
+  if (!job->pdf_filename.isEmpty()) {
+    job->thread_signal.Reset();
+    emit SavePdf(job);
+    job->thread_signal.Wait();
+  }
+}
+
+void JobProcessor::AdditionalOutput(JobPtr job) { (void)job; }
+
+void JobProcessor::ExportSpectrogramCsv(JobPtr job) {
+  ReportUnavailableOutput("Spectrogram CSV", job->spectrogram_filename);
+}
+
+void JobProcessor::SaveSheetMusic(JobPtr job, bool open_after, bool for_pdf) {
+  (void)open_after;
+  (void)for_pdf;
+  if (!job->musicxml_filename.isEmpty()) ReportUnavailableOutput("MusicXML", job->musicxml_filename);
+}
+
+void JobProcessor::SaveTmpj(JobPtr job) { ReportUnavailableOutput("Project", job->tmpj_filename); }
+
+void JobProcessor::SaveMidi(JobPtr job) { ReportUnavailableOutput("MIDI", job->midi_filename); }
+
+void JobProcessor::ReportUnavailableOutput(const QString& what, const QString& filename) {
+  emit LogStep(QString("%1 output is not available in this build: %2").arg(what, filename));
+  emit Message(QString("%1 output is not available in this build; %2 was not written.")
+                   .arg(what, filename)
+                   .toStdString(),
+               false);
+}
