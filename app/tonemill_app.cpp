@@ -9,9 +9,8 @@
 #include "app/qt_tonemill_app.h"
 #include "platform/constants.h"
 #include "platform/crash_handler.h"
+#include "platform/meta_types.h"
 
-Q_DECLARE_METATYPE(std::string)
-Q_DECLARE_METATYPE(QList<int>)
 
 namespace {
 
@@ -70,6 +69,10 @@ int TonemillApp::Run(int argc, char** argv) {
 }
 
 bool TonemillApp::ProcessCommandLineArguments(const QCoreApplication& app) {
+  return ProcessCommandLineArguments(app.arguments());
+}
+
+bool TonemillApp::ProcessCommandLineArguments(const QStringList& arguments) {
   parser.setApplicationDescription("Tonemill command line");
   parser.addHelpOption();
   parser.addVersionOption();
@@ -104,7 +107,7 @@ bool TonemillApp::ProcessCommandLineArguments(const QCoreApplication& app) {
     const QStringList names{o.short_name, o.long_name};
     parser.addOption(o.value_name ? QCommandLineOption(names, o.text, o.value_name) : QCommandLineOption(names, o.text));
   }
-  parser.process(app);
+  parser.process(arguments);
 
   const QStringList sources = parser.positionalArguments();
   if (sources.isEmpty()) return !headless;

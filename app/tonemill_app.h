@@ -20,6 +20,8 @@ class TonemillApp {
   int Run(int argc, char** argv);
   // False means the run ends here with status 0.
   bool ProcessCommandLineArguments(const QCoreApplication& app);
+  // The same on an explicit argument list, the program's name first.
+  bool ProcessCommandLineArguments(const QStringList& arguments);
 
   std::shared_ptr<JobManager> job_manager;
   QString data_folder;

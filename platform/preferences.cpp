@@ -6,7 +6,6 @@
 #include <QKeySequence>
 #include <QThread>
 
-Q_DECLARE_METATYPE(QList<int>)
 
 namespace {
 
