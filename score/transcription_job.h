@@ -10,6 +10,7 @@
 
 #include "platform/constants.h"
 #include "platform/thread_signal.h"
+#include "score/beat.h"
 #include "score/cli_modifiers.h"
 #include "score/midi_settings.h"
 #include "score/sheet_music_settings.h"
@@ -102,6 +103,7 @@ class TranscriptionJob : public QObject {
   int channels = 0;
 
   // Music data.
+  std::vector<Beat> beats;  // ordered by time; the last beat is the end-of-song sentinel
   double amplitude_scale = 1.0;
   int export_format = kFormatMusicXml;
   SheetMusicSettings sheet_music_settings;
