@@ -1,6 +1,5 @@
 #include "platform/run_multithread.h"
 
-#include <QCoreApplication>
 #include <memory>
 #include <vector>
 
@@ -16,15 +15,15 @@ void RunMultithread::Run() {
   for (int i = 0; i < num_threads; ++i) {
     auto worker = std::make_unique<MultithreadWorker>(
         i, [this](int* index) { return GetWorkIndex(index); }, work);
-    connect(worker.get(), &MultithreadWorker::OutOfMemory, this, &RunMultithread::OutOfMemory,
-            Qt::QueuedConnection);
+    connect(worker.get(), &MultithreadWorker::OutOfMemory, this, [this] { ++out_of_memory_reports; },
+            Qt::DirectConnection);
     worker->start(QThread::InheritPriority);
     workers.push_back(std::move(worker));
   }
   for (auto& worker : workers) worker->wait();
-  // Out-of-memory reports are queued to this thread; deliver them before the caller
-  // drops the runner, which would discard them.
-  QCoreApplication::sendPostedEvents(this);
+  // Out-of-memory is reported on the thread that owns the runner, once per failed worker,
+  // after every worker has ended.
+  for (int i = out_of_memory_reports; i > 0; --i) emit OutOfMemory();
 }
 
 bool RunMultithread::GetWorkIndex(int* index) {

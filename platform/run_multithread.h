@@ -1,13 +1,14 @@
 #pragma once
 
 #include <QObject>
+#include <atomic>
 #include <functional>
 #include <mutex>
 
 // The parallel-for of the program: runs `work(item, worker)` for every item in
 // [0, count) on `num_threads` threads, handing out indices in order from one counter.
 // Run() blocks the caller until every worker has ended. Connect ProgressUpdate (emitted
-// on worker threads: the slot must only forward) and OutOfMemory (delivered on the
+// on worker threads: the slot must only forward) and OutOfMemory (emitted on the
 // runner's thread) with direct connections before Run().
 class RunMultithread : public QObject {
   Q_OBJECT
@@ -31,4 +32,5 @@ class RunMultithread : public QObject {
   std::mutex mutex;
   double last_percent = 0.0;
   double percent_step = 1.0;
+  std::atomic<int> out_of_memory_reports{0};
 };
