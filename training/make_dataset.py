@@ -4,7 +4,8 @@ the program itself computes (our C++ tools), so the networks learn from exactly 
     /usr/bin/python3 training/make_dataset.py notes --count 200
     /usr/bin/python3 training/make_dataset.py beats --count 200
 
-Output under training/data/<kind>/{train,validation}/: NAME.json (labels), NAME.npy (features).
+Output under training/data/<kind>/{train,validation}/: NAME.json (labels), NAME.npy (features), and
+NAME.wav for validation pieces.
 Validation pieces are whole songs never used for training, rendered with the held-out soundfont.
 The split and every random choice follow from --seed, so a rerun rebuilds the same set.
 """
@@ -108,7 +109,7 @@ def main() -> int:
             json.dump(labels, f)
         subprocess.run(tool + [wav, features + ".part"], check=True, stdout=subprocess.DEVNULL)
         os.replace(features + ".part", features)
-        if not args.keep_audio:
+        if not (args.keep_audio or validation):  # validation audio feeds the whole-program evaluation
             os.remove(wav)
         print("%5d %-40s %s" % (index, piece.name, "validation" if validation else "train"), flush=True)
     return 0
