@@ -14,6 +14,7 @@
 #include "score/cli_modifiers.h"
 #include "score/midi_settings.h"
 #include "score/sheet_music_settings.h"
+#include "score/spectrogram.h"
 
 class LanguageStrings;
 class Preferences;
@@ -104,6 +105,11 @@ class TranscriptionJob : public QObject {
 
   // Music data.
   std::vector<Beat> beats;  // ordered by time; the last beat is the end-of-song sentinel
+  Spectrogram preview_spectrogram;                // low-Q grid that the Q-map is drawn from
+  Spectrogram q_map;                              // Q per band and 0.1 s, shown as "Q-map"
+  std::vector<Spectrogram> channel_spectrograms;  // one grid per channel, laid out only
+  Spectrogram display_spectrogram;                // the main grid: shown, saved, read by the note network
+  std::vector<Spectrogram*> spectrogram_list;     // the grids on offer for display
   double amplitude_scale = 1.0;
   int export_format = kFormatMusicXml;
   SheetMusicSettings sheet_music_settings;
