@@ -1,8 +1,10 @@
 #include "app/job_processor.h"
 
 #include <QDateTime>
+#include <QThread>
 #include <new>
 
+#include "audio/audio.h"
 #include "platform/file_names.h"
 #include "platform/language_strings.h"
 #include "platform/paths.h"
@@ -120,7 +122,28 @@ void JobProcessor::ProcessMidiFile(JobPtr job) {
   TranscriptionJob::Cancel(job);
 }
 
-bool JobProcessor::RunAudioStage(JobPtr job) { return !job->cancelled; }
+bool JobProcessor::RunAudioStage(JobPtr job) {
+  Audio audio(job);
+  // Direct: the worker is blocked below, and a queued delivery would only arrive after the
+  // job has been cancelled and removed. Re-emitting here still crosses to JobManager queued.
+  connect(&audio, &Audio::Message, this, &JobProcessor::Message, Qt::DirectConnection);
+
+  // The stage gets an event-loop thread of its own; the worker waits on the signal that
+  // Audio::Finish releases on every path.
+  ThreadSignal finished;
+  QThread thread;
+  QThread* worker = QThread::currentThread();
+  connect(&thread, &QThread::started, &audio, [&audio, &finished] { audio.Run(&finished); },
+          Qt::DirectConnection);
+  connect(&thread, &QThread::finished, &audio, [&audio, worker] { audio.moveToThread(worker); },
+          Qt::DirectConnection);
+  audio.moveToThread(&thread);
+  thread.start(QThread::InheritPriority);
+  finished.Wait();
+  thread.quit();
+  thread.wait();
+  return !job->cancelled;
+}
 
 void JobProcessor::FindNotes(JobPtr job) { (void)job; }
 
