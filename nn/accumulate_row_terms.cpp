@@ -1,21 +1,11 @@
 #include "nn/accumulate_row_terms.h"
 
-#include <cstring>
-
 namespace {
 
-// Eight floats; loads and stores go through memcpy, so rows need no alignment.
+// Eight floats. The unaligned alias lets rows be read at any offset; scalars broadcast
+// when they meet a vector, so no helper has to return a vector.
 typedef float Vec8 __attribute__((vector_size(32)));
-
-inline Vec8 Load(const float* p) {
-  Vec8 v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-
-inline void Store(float* p, Vec8 v) { std::memcpy(p, &v, sizeof v); }
-
-inline Vec8 Splat(float x) { return Vec8{x, x, x, x, x, x, x, x}; }
+typedef float UnalignedVec8 __attribute__((vector_size(32), aligned(4), may_alias));
 
 }  // namespace
 
@@ -29,24 +19,25 @@ void AccumulateRowTerms(const float* w, const float* const* rows, const int* off
   constexpr int kBlock = 32;
   int x = x_begin;
   for (; x + kBlock <= x_end; x += kBlock) {
-    Vec8 a0 = Splat(bias), a1 = a0, a2 = a0, a3 = a0;
+    Vec8 a0 = Vec8{} + bias, a1 = a0, a2 = a0, a3 = a0;
     for (int t = 0; t < terms; ++t) {
-      const Vec8 weight = Splat(w[t]);
-      const float* src = rows[t] + (x + offsets[t]);
-      a0 += weight * Load(src);
-      a1 += weight * Load(src + 8);
-      a2 += weight * Load(src + 16);
-      a3 += weight * Load(src + 24);
+      const float weight = w[t];
+      const UnalignedVec8* src = reinterpret_cast<const UnalignedVec8*>(rows[t] + (x + offsets[t]));
+      a0 += weight * src[0];
+      a1 += weight * src[1];
+      a2 += weight * src[2];
+      a3 += weight * src[3];
     }
-    Store(out + x, a0);
-    Store(out + x + 8, a1);
-    Store(out + x + 16, a2);
-    Store(out + x + 24, a3);
+    UnalignedVec8* dst = reinterpret_cast<UnalignedVec8*>(out + x);
+    dst[0] = a0;
+    dst[1] = a1;
+    dst[2] = a2;
+    dst[3] = a3;
   }
   for (; x + 8 <= x_end; x += 8) {
-    Vec8 a = Splat(bias);
-    for (int t = 0; t < terms; ++t) a += Splat(w[t]) * Load(rows[t] + (x + offsets[t]));
-    Store(out + x, a);
+    Vec8 a = Vec8{} + bias;
+    for (int t = 0; t < terms; ++t) a += w[t] * *reinterpret_cast<const UnalignedVec8*>(rows[t] + (x + offsets[t]));
+    *reinterpret_cast<UnalignedVec8*>(out + x) = a;
   }
   for (; x < x_end; ++x) {
     float a = bias;
