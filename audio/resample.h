@@ -5,7 +5,7 @@
 
 // Converts interleaved 16-bit audio from `from` Hz to `to` Hz in place by linear
 // interpolation between neighbouring frames, with no low-pass filter. The result has
-// trunc(frames * to / from) frames. Equal rates, or fewer than one channel, do nothing.
+// trunc(frames * to / from) frames, computed exactly. Equal rates, or fewer than one channel, do nothing.
 // Throws std::bad_alloc when the result would not fit in memory or in an int frame count.
 void ResampleLinear(std::vector<std::int16_t>* audio, int channels, int from, int to);
 
