@@ -51,6 +51,7 @@ JobManager::JobPtr JobManager::NewJob() {
   job->sheet_music_settings = SheetMusicSettings::FromPreferences(preferences);
   job->midi_settings = MidiSettings::FromPreferences(preferences);
   job->thread_count = preferences.thread_count;
+  connect(&job->notes, &NoteData::LogStep, this, &JobManager::LogStep);
   return job;
 }
 

@@ -10,15 +10,12 @@
 #include "platform/constants.h"
 #include "platform/crash_handler.h"
 #include "platform/meta_types.h"
+#include "score/note_data.h"
 
 
 namespace {
 
 constexpr int kLastKeyIdx = 87;
-// Split keys of the one-staff layouts: every key is at or above the bass-only split, and
-// none reaches the treble-only split.
-constexpr int kBassClefOnlyStartKey = 88;
-constexpr int kTrebleClefOnlyStartKey = -1;
 
 }  // namespace
 
@@ -147,9 +144,11 @@ bool TonemillApp::ProcessCommandLineArguments(const QStringList& arguments) {
   if (parser.isSet("r")) modifiers.remove_outside.push_back(true);
   if (parser.isSet("o")) modifiers.remove_outside.push_back(false);
   if (parser.isSet("b")) {
-    modifiers.treble_clef_start_keys.push_back(kBassClefOnlyStartKey);
+    // No key reaches the treble staff: bass only.
+    modifiers.treble_clef_start_keys.push_back(NoteData::clef_highest_bound);
   } else if (parser.isSet("t")) {
-    modifiers.treble_clef_start_keys.push_back(kTrebleClefOnlyStartKey);
+    // Every key is on the treble staff.
+    modifiers.treble_clef_start_keys.push_back(NoteData::clef_lowest_bound);
   }
   if (parser.isSet("z")) {
     const int threads = parser.value("z").toInt();

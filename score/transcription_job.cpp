@@ -3,7 +3,25 @@
 #include "platform/language_strings.h"
 
 TranscriptionJob::TranscriptionJob(const LanguageStrings& language_, Preferences* preferences_)
-    : language(language_), preferences(preferences_) {}
+    : language(language_), preferences(preferences_) {
+  sheet_music_settings.smallest_notes_per_quarter = notes.SmallestNotesPerQuarter();
+}
+
+int TranscriptionJob::SetSmallestNotesPerQuarter(int value) {
+  sheet_music_settings.smallest_notes_per_quarter = notes.SetSmallestNotesPerQuarter(value);
+  return sheet_music_settings.smallest_notes_per_quarter;
+}
+
+std::vector<std::pair<Note, bool>> TranscriptionJob::GetNotesCandidates() {
+  std::lock_guard<std::recursive_mutex> guard(notes.lock);
+  const std::vector<Note>& accepted = notes.GetNotes();
+  const std::vector<Note>& candidates = notes.GetCandidates();
+  std::vector<std::pair<Note, bool>> all;
+  all.reserve(accepted.size() + candidates.size());
+  for (const Note& note : accepted) all.emplace_back(note, false);
+  for (const Note& candidate : candidates) all.emplace_back(candidate, true);
+  return all;
+}
 
 void TranscriptionJob::Cancel(std::shared_ptr<TranscriptionJob> self) {
   if (!self || self->cancelled) return;

@@ -11,8 +11,10 @@
 #include "platform/constants.h"
 #include "platform/thread_signal.h"
 #include "score/beat.h"
+#include "score/beats_analyzer.h"
 #include "score/cli_modifiers.h"
 #include "score/midi_settings.h"
+#include "score/note_data.h"
 #include "score/sheet_music_settings.h"
 #include "score/spectrogram.h"
 
@@ -46,6 +48,12 @@ class TranscriptionJob : public QObject {
   bool IsMidiInput() const;
   bool IsTmpjInput() const;
   static int GetInputType(const QString& filename);
+
+  // Changes the grid of the notes (raised to what the time signatures need) and keeps the
+  // sheet music settings in step; returns the value in force.
+  int SetSmallestNotesPerQuarter(int value);
+  // All notes (false), then all candidates (true): the order of the project file.
+  std::vector<std::pair<Note, bool>> GetNotesCandidates();
 
   // Context.
   const LanguageStrings& language;
@@ -105,6 +113,7 @@ class TranscriptionJob : public QObject {
 
   // Music data.
   std::vector<Beat> beats;  // ordered by time; the last beat is the end-of-song sentinel
+  BeatsAnalyzer beats_analyzer{this};  // measures of `beats`; call Set() after replacing them
   Spectrogram preview_spectrogram;                // low-Q grid that the Q-map is drawn from
   Spectrogram q_map;                              // Q per band and 0.1 s, shown as "Q-map"
   std::vector<Spectrogram> channel_spectrograms;  // one grid per channel, laid out only
@@ -115,6 +124,7 @@ class TranscriptionJob : public QObject {
   SheetMusicSettings sheet_music_settings;
   MidiSettings midi_settings;
   std::vector<int> note_windows;
+  NoteData notes{this};
   Preferences* preferences = nullptr;
 
   // Coordination.
