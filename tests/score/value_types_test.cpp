@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "score/beat.h"
+#include "score/multi_selection.h"
 #include "score/music_position.h"
 #include "score/note.h"
 #include "score/note_positions.h"
@@ -198,6 +199,35 @@ TEST(OverlappingNotesTest, AnyIsTrueWhenOneListHasANote) {
   Note note;
   overlapping.in_triplet.push_back(&note);
   EXPECT_TRUE(overlapping.Any());
+}
+
+}  // namespace
+
+namespace {
+
+TEST(MultiSelectionTest, UnionOfAreasWithinItsBounds) {
+  MultiSelection selection;
+  EXPECT_FALSE(selection.Contains(40, 1.0));
+  selection.AddArea(SpectrogramArea(10, 20, 1.0, 2.0));
+  selection.AddArea(SpectrogramArea(30, 40, 3.0, 4.0));
+  const SpectrogramArea bounds = selection.Bounds();
+  EXPECT_EQ(bounds.first_key, 10);
+  EXPECT_EQ(bounds.last_key, 40);
+  EXPECT_EQ(bounds.first_time, 1.0);
+  EXPECT_EQ(bounds.last_time, 4.0);
+  EXPECT_TRUE(selection.Contains(15, 1.5));
+  EXPECT_TRUE(selection.Contains(40, 4.0));
+  EXPECT_FALSE(selection.Contains(25, 2.5));  // inside the bounds, in no area
+  EXPECT_FALSE(selection.Contains(15, 3.5));
+
+  selection.areas.pop_back();
+  selection.RecalculateBounds();
+  EXPECT_EQ(selection.Bounds().last_key, 20);
+  // Emptied: nothing is contained, although the bounds keep their old numbers.
+  selection.areas.clear();
+  selection.RecalculateBounds();
+  EXPECT_EQ(selection.Bounds().last_key, 20);
+  EXPECT_FALSE(selection.Contains(15, 1.5));
 }
 
 }  // namespace
