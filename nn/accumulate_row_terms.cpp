@@ -7,6 +7,22 @@ namespace {
 typedef float Vec8 __attribute__((vector_size(32)));
 typedef float UnalignedVec8 __attribute__((vector_size(32), aligned(4), may_alias));
 
+// Cells [x, x + 8 * kVectors). Each lane's sum depends only on its own cell, so a block may
+// overlap one already written: it writes the same numbers again.
+template <int kVectors>
+inline __attribute__((always_inline)) void Block(const float* w, const float* const* rows, const int* offsets,
+                                                 int terms, float bias, int x, float* out) {
+  Vec8 acc[kVectors];
+  for (int j = 0; j < kVectors; ++j) acc[j] = Vec8{} + bias;
+  for (int t = 0; t < terms; ++t) {
+    const float weight = w[t];
+    const UnalignedVec8* src = reinterpret_cast<const UnalignedVec8*>(rows[t] + (x + offsets[t]));
+    for (int j = 0; j < kVectors; ++j) acc[j] += weight * src[j];
+  }
+  UnalignedVec8* dst = reinterpret_cast<UnalignedVec8*>(out + x);
+  for (int j = 0; j < kVectors; ++j) dst[j] = acc[j];
+}
+
 }  // namespace
 
 // Built twice where the compiler can: for AVX2 machines and for the baseline; the loader
@@ -16,28 +32,20 @@ __attribute__((target_clones("avx2", "default")))
 #endif
 void AccumulateRowTerms(const float* w, const float* const* rows, const int* offsets, int terms, float bias,
                         int x_begin, int x_end, float* out) {
-  constexpr int kBlock = 32;
+  // Eight independent sums per term hide the latency of the additions.
+  constexpr int kWide = 64;
+  constexpr int kNarrow = 16;
+  const int width = x_end - x_begin;
   int x = x_begin;
-  for (; x + kBlock <= x_end; x += kBlock) {
-    Vec8 a0 = Vec8{} + bias, a1 = a0, a2 = a0, a3 = a0;
-    for (int t = 0; t < terms; ++t) {
-      const float weight = w[t];
-      const UnalignedVec8* src = reinterpret_cast<const UnalignedVec8*>(rows[t] + (x + offsets[t]));
-      a0 += weight * src[0];
-      a1 += weight * src[1];
-      a2 += weight * src[2];
-      a3 += weight * src[3];
-    }
-    UnalignedVec8* dst = reinterpret_cast<UnalignedVec8*>(out + x);
-    dst[0] = a0;
-    dst[1] = a1;
-    dst[2] = a2;
-    dst[3] = a3;
+  if (width >= kWide) {
+    for (; x + kWide <= x_end; x += kWide) Block<8>(w, rows, offsets, terms, bias, x, out);
+    if (x < x_end) Block<8>(w, rows, offsets, terms, bias, x_end - kWide, out);
+    return;
   }
-  for (; x + 8 <= x_end; x += 8) {
-    Vec8 a = Vec8{} + bias;
-    for (int t = 0; t < terms; ++t) a += w[t] * *reinterpret_cast<const UnalignedVec8*>(rows[t] + (x + offsets[t]));
-    *reinterpret_cast<UnalignedVec8*>(out + x) = a;
+  if (width >= kNarrow) {
+    for (; x + kNarrow <= x_end; x += kNarrow) Block<2>(w, rows, offsets, terms, bias, x, out);
+    if (x < x_end) Block<2>(w, rows, offsets, terms, bias, x_end - kNarrow, out);
+    return;
   }
   for (; x < x_end; ++x) {
     float a = bias;

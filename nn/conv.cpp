@@ -28,7 +28,21 @@ Conv::Conv(const ConvWeights& weights_, const std::vector<float>& bias_, Squash:
 }
 
 std::vector<int> Conv::OutputShape(const std::vector<const Tensor*>& inputs) {
-  const auto& in = inputs[0]->shape;
+  const Tensor& input = *inputs[0];
+  const auto& in = input.shape;
+  padded.clear();
+  padded_source = nullptr;
+  padded_width = 0;
+  if (strides[0] == 1 && strides[1] == 1 && padding[1] > 0) {
+    const int channels = std::min(shape[1], in[0]);
+    padded_width = in[2] + 2 * padding[1];
+    padded.assign(static_cast<size_t>(channels) * in[1] * padded_width, 0.0f);
+    for (int i = 0; i < channels; ++i)
+      for (int r = 0; r < in[1]; ++r)
+        std::copy(input.data[i][r].begin(), input.data[i][r].end(),
+                  padded.begin() + (static_cast<size_t>(i) * in[1] + r) * padded_width + padding[1]);
+  }
+  padded_source = &input;
   return {shape[0], ConvolvedLength(in[1], shape[2], padding[0], strides[0]),
           ConvolvedLength(in[2], shape[3], padding[1], strides[1])};
 }
@@ -56,24 +70,20 @@ void Conv::CalculateChannelReference(const std::vector<const Tensor*>& inputs, i
 }
 
 void Conv::CalculateChannel(const std::vector<const Tensor*>& inputs, int channel, Tensor* output) {
-  if (strides[0] != 1 || strides[1] != 1) {
+  const Tensor& input = *inputs[0];
+  if (strides[0] != 1 || strides[1] != 1 || padded_source != &input) {
     CalculateChannelReference(inputs, channel, output);
     return;
   }
-  const Tensor& input = *inputs[0];
   const int input_rows = input.shape[1];
-  const int input_columns = input.shape[2];
   const int input_channels = std::min(shape[1], input.shape[0]);
   const int kernel_rows = shape[2];
   const int kernel_columns = shape[3];
-  const int output_columns = output->shape[2];
-  // Columns whose window lies wholly inside the input; the others are border cells.
-  const int interior_begin = std::min(padding[1], output_columns);
-  const int interior_end = std::max(interior_begin, std::min(output_columns, input_columns - kernel_columns +
-                                                                                 padding[1] + 1));
+  const bool use_padded = padding[1] > 0;
 
   // The terms of one output row in summation order, rebuilt per row because the rows that
-  // take part change near the top and bottom edges.
+  // take part change near the top and bottom edges. Offsets are in the coordinates of the
+  // row read: the padded copy starts padding[1] cells early.
   const int max_terms = kernel_rows * kernel_columns * input_channels;
   std::vector<float> term_weights(max_terms);
   std::vector<const float*> term_rows(max_terms);
@@ -87,13 +97,11 @@ void Conv::CalculateChannel(const std::vector<const Tensor*>& inputs, int channe
       for (int k = 0; k < kernel_columns; ++k)
         for (int i = 0; i < input_channels; ++i, ++terms) {
           term_weights[terms] = kernels[i][r - top][k];
-          term_rows[terms] = input.data[i][r].data();
-          term_offsets[terms] = k - padding[1];
+          term_rows[terms] = use_padded ? &padded[(static_cast<size_t>(i) * input_rows + r) * padded_width]
+                                        : input.data[i][r].data();
+          term_offsets[terms] = k;
         }
-    float* row = out[y].data();
-    for (int x = 0; x < interior_begin; ++x) row[x] = Cell(input, channel, y, x);
-    AccumulateRowTerms(term_weights.data(), term_rows.data(), term_offsets.data(), terms, bias[channel],
-                       interior_begin, interior_end, row);
-    for (int x = interior_end; x < output_columns; ++x) row[x] = Cell(input, channel, y, x);
+    AccumulateRowTerms(term_weights.data(), term_rows.data(), term_offsets.data(), terms, bias[channel], 0,
+                       output->shape[2], out[y].data());
   }
 }

@@ -17,6 +17,8 @@ class Conv : public Layer {
   Conv(const ConvWeights& weights, const std::vector<float>& bias, Squash::Nonlinearities squash_, bool same,
        const std::vector<int>& strides);
 
+  // The output shape; with stride 1 and column padding it also lays out a zero-padded copy of
+  // the input for the channels to read.
   std::vector<int> OutputShape(const std::vector<const Tensor*>& inputs) override;
   // Stride 1 goes through the vectorised path; any other stride through the reference.
   void CalculateChannel(const std::vector<const Tensor*>& inputs, int channel, Tensor* output) override;
@@ -33,4 +35,11 @@ class Conv : public Layer {
  private:
   // One output cell by the reference order, clipped to the input.
   float Cell(const Tensor& input, int channel, int y, int x) const;
+
+  // The input with padding[1] zeros on both sides of every row, [input channel][row][column],
+  // made by OutputShape and only read by the channels. A padded cell adds w * 0 to a sum,
+  // which leaves it as it was, so the border cells come out as the reference's clipped sums.
+  std::vector<float> padded;
+  const Tensor* padded_source = nullptr;
+  int padded_width = 0;
 };

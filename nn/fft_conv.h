@@ -54,8 +54,12 @@ class FFTConv : public Layer {
   int fft_inputs = 0;
   int lines = 0;        // lines per channel of the current input
   int line_length = 0;  // L
-  // Each input channel's lines, transformed once per call instead of once per output
-  // channel: the same transform of the same numbers, so the results do not change.
-  // [input channel][line][bin], bins 0 to fft_size / 2.
-  std::vector<kiss_fft_cpx> input_ffts;
+  // Bins 0 to fft_size / 2, rounded up to whole vectors; the extra bins are zero and unread.
+  int padded_bins = 0;
+  // Real and imaginary parts apart, so that the products vectorise: the kernels' transforms
+  // [output][input][part][bin], and each input channel's lines transformed once per call
+  // instead of once per output channel (the same transform of the same numbers, so the
+  // results do not change) [input][line][part][bin].
+  std::vector<float> split_weight_ffts;
+  std::vector<float> input_ffts;
 };

@@ -1,0 +1,142 @@
+// Speed of the note network on random weights: each convolution layer on its own, one
+// window at 1 thread with the GFLOP/s it reaches, and peak memory. Prints figures only.
+//
+//   bench-notes [--windows N]
+
+#include <malloc.h>
+#include <sys/resource.h>
+#include <time.h>
+
+#include <QCoreApplication>
+#include <QTemporaryDir>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "nn/all_in_window_net.h"
+#include "nn/note_net_weights.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
+
+// CPU seconds of the calling thread: steadier than the wall clock on a busy machine.
+double ThreadCpuSeconds() {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return t.tv_sec + t.tv_nsec * 1e-9;
+}
+
+double PeakResidentMb() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_maxrss / 1024.0;
+}
+
+Tensor RandomTensor(int channels, int rows, int columns, unsigned seed) {
+  std::mt19937 generator(seed);
+  std::exponential_distribution<float> amplitude(4.0f);
+  Tensor t({channels, rows, columns});
+  for (auto& channel : t.data)
+    for (auto& row : channel)
+      for (float& x : row) x = amplitude(generator);
+  return t;
+}
+
+// Multiply-adds of a direct same-size convolution, counted as two operations each.
+double ConvFlops(const NoteNetLayerShape& s, int rows, int columns) {
+  return 2.0 * s.outputs * s.inputs * s.rows * s.columns * static_cast<double>(rows) * columns;
+}
+
+// The grid each layer works on: 352 x 720 before the first pool, 176 x 360, then 88 x 180.
+void LayerGrid(int number, int* rows, int* columns) {
+  if (number <= 2) {
+    *rows = 352, *columns = 720;
+  } else if (number <= 4) {
+    *rows = 176, *columns = 360;
+  } else {
+    *rows = 88, *columns = 180;
+  }
+}
+
+double WindowFlops() {
+  double flops = 0.0;
+  for (int n = 1; n <= 13; ++n) {
+    int rows = 0, columns = 0;
+    LayerGrid(n, &rows, &columns);
+    flops += ConvFlops(kNoteNetLayerShapes[n - 1], rows, columns);
+  }
+  return flops;
+}
+
+void BenchLayers(const AllInWindowNet& reference) {
+  std::printf("%-8s %-14s %-12s %10s %10s\n", "layer", "class", "input", "ms", "GFLOP/s*");
+  AllInWindowNet net(720, 12, 7, 7);
+  for (int n = 2; n <= 13; ++n) {
+    const NoteNetLayerShape& s = kNoteNetLayerShapes[n - 1];
+    int rows = 0, columns = 0;
+    LayerGrid(n, &rows, &columns);
+    const Tensor input = RandomTensor(s.inputs, rows, columns, n);
+    const bool fft = n == 7 || n == 9 || n == 10 || n == 11 || n == 12;
+    const auto start = Clock::now();
+    switch (n) {
+      case 2: net.conv_2({&input}, 1); break;
+      case 3: net.conv_3({&input}, 1); break;
+      case 4: net.conv_4({&input}, 1); break;
+      case 5: net.conv_5({&input}, 1); break;
+      case 6: net.conv_6({&input}, 1); break;
+      case 7: net.conv_7({&input}, 1); break;
+      case 8: net.conv_8({&input}, 1); break;
+      case 9: net.conv_9({&input}, 1); break;
+      case 10: net.conv_10({&input}, 1); break;
+      case 11: net.conv_11({&input}, 1); break;
+      case 12: net.conv_12({&input}, 1); break;
+      default: net.conv_13({&input}, 1); break;
+    }
+    const double seconds = Seconds(start);
+    char grid[32];
+    std::snprintf(grid, sizeof grid, "%dx%dx%d", s.inputs, rows, columns);
+    std::printf("conv_%-3d %-14s %-12s %10.1f %10.2f\n", n, fft ? "FFTConvLayer" : "ConvLayer", grid,
+                seconds * 1e3, ConvFlops(s, rows, columns) / seconds * 1e-9);
+  }
+  (void)reference;
+  std::printf("* direct-convolution operations per second, also for the FFT layers\n\n");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QCoreApplication app(argc, argv);
+  if (std::getenv("KEEP_HEAP")) mallopt(M_TRIM_THRESHOLD, 512 << 20);
+  int windows = 3;
+  for (int i = 1; i + 1 < argc; ++i)
+    if (std::string(argv[i]) == "--windows") windows = std::max(1, std::atoi(argv[i + 1]));
+
+  QTemporaryDir dir;
+  const std::string path = dir.filePath("random.safetensors").toStdString();
+  std::string error;
+  if (!WriteNoteWeights(path, RandomNoteWeights(1), &error) || !SetNetWeights(path)) {
+    std::fprintf(stderr, "%s\n", error.empty() ? NetWeightsError().c_str() : error.c_str());
+    return 1;
+  }
+
+  AllInWindowNet net(720, 12, 7, 7);
+  BenchLayers(net);
+
+  const Tensor window = RandomTensor(1, 352, 720, 99);
+  net.Process(window);  // warm-up: page faults and the FFT plans
+  const auto start = Clock::now();
+  const double cpu_start = ThreadCpuSeconds();
+  for (int w = 0; w < windows; ++w) net.Process(window);
+  const double per_window = Seconds(start) / windows;
+  const double cpu_per_window = (ThreadCpuSeconds() - cpu_start) / windows;
+  const double flops = WindowFlops();
+  std::printf("one window, 1 thread: %.3f s wall, %.3f s CPU  (%.2f GFLOP direct-equivalent, %.2f GFLOP/s of CPU)\n",
+              per_window, cpu_per_window, flops * 1e-9, flops / cpu_per_window * 1e-9);
+  std::printf("peak resident memory: %.0f MB\n", PeakResidentMb());
+  return 0;
+}
