@@ -4,6 +4,7 @@
 #include <QThread>
 #include <new>
 
+#include "analysis/downbeat_detector.h"
 #include "audio/audio.h"
 #include "platform/file_names.h"
 #include "platform/language_strings.h"
@@ -169,7 +170,21 @@ void JobProcessor::CompleteAlternateFile(JobPtr job) {
   emit FinishedJob(job);
 }
 
-bool JobProcessor::CalculateBeats(JobPtr job) { return !job->cancelled; }
+bool JobProcessor::CalculateBeats(JobPtr job) {
+  emit LogStep("Detecting beats");
+  DownbeatDetector detector;
+  CalculateProgress(job, JobTasks::kBeats, 0, detector.progress_total);
+  connect(&detector, &DownbeatDetector::Message, this, &JobProcessor::Message);
+  connect(&detector, &DownbeatDetector::LogStep, this, &JobProcessor::LogStep);
+  connect(&detector, &DownbeatDetector::ProgressUpdate, this, &JobProcessor::CalculateProgress,
+          Qt::DirectConnection);
+  detector.Calculate(job);
+  if (job->cancelled) return false;
+  emit LogStep(QString("Found %1 beats, %2 measures")
+                   .arg(job->beats.size())
+                   .arg(job->beats_analyzer.measures.size()));
+  return true;
+}
 
 bool JobProcessor::CalculateSpectrogram(bool recalculate, JobPtr job) {
   (void)recalculate;
