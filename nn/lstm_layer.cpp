@@ -48,26 +48,36 @@ void LSTMLayer::InputTerms(const std::vector<std::vector<float>>& input, std::ve
   terms->resize(static_cast<size_t>(steps) * width);
   for (int t = 0; t < steps; ++t) std::copy(bias.begin(), bias.end(), terms->begin() + static_cast<size_t>(t) * width);
 
-  // Four time steps share each weight row, which keeps the matrix in cache; every output
-  // still sums over the features in ascending order.
+  // Blocks of 4 time steps x 8 outputs stay in registers while the features stream past, so
+  // each weight is loaded once per 4 steps; every output still sums its features in ascending
+  // order, exactly as the plain loop below does.
+  constexpr int kSteps = 4, kLanes = 8;
   int t = 0;
-  for (; t + 4 <= steps; t += 4) {
-    const float* x0 = input[t].data();
-    const float* x1 = input[t + 1].data();
-    const float* x2 = input[t + 2].data();
-    const float* x3 = input[t + 3].data();
-    float* y0 = terms->data() + static_cast<size_t>(t) * width;
-    float* y1 = y0 + width;
-    float* y2 = y1 + width;
-    float* y3 = y2 + width;
-    for (int i = 0; i < features; ++i) {
-      const float* w = weights.data() + static_cast<size_t>(i) * width;
-      const float a0 = x0[i], a1 = x1[i], a2 = x2[i], a3 = x3[i];
-      for (int j = 0; j < width; ++j) {
-        y0[j] += a0 * w[j];
-        y1[j] += a1 * w[j];
-        y2[j] += a2 * w[j];
-        y3[j] += a3 * w[j];
+  for (; t + kSteps <= steps; t += kSteps) {
+    const float* x[kSteps];
+    for (int r = 0; r < kSteps; ++r) x[r] = input[t + r].data();
+    float* y = terms->data() + static_cast<size_t>(t) * width;
+    int j0 = 0;
+    for (; j0 + kLanes <= width; j0 += kLanes) {
+      float acc[kSteps][kLanes];
+      for (int r = 0; r < kSteps; ++r)
+        for (int l = 0; l < kLanes; ++l) acc[r][l] = y[r * width + j0 + l];
+      for (int i = 0; i < features; ++i) {
+        const float* w = weights.data() + static_cast<size_t>(i) * width + j0;
+        for (int r = 0; r < kSteps; ++r) {
+          const float a = x[r][i];
+          for (int l = 0; l < kLanes; ++l) acc[r][l] += a * w[l];
+        }
+      }
+      for (int r = 0; r < kSteps; ++r)
+        for (int l = 0; l < kLanes; ++l) y[r * width + j0 + l] = acc[r][l];
+    }
+    for (int r = 0; r < kSteps; ++r) {
+      float* yr = y + r * width;
+      for (int i = 0; i < features; ++i) {
+        const float* w = weights.data() + static_cast<size_t>(i) * width;
+        const float a = x[r][i];
+        for (int j = j0; j < width; ++j) yr[j] += a * w[j];
       }
     }
   }
