@@ -19,10 +19,10 @@ struct Beat {
   // Written as !(time >= other.time) so that a key beat holding only a time can be searched for.
   bool operator<(const Beat& other) const { return !(time >= other.time); }
 
-  int number = 1;                   // place in the measure, from 1; 1 starts a measure
-  double time = 0.0;                // seconds
-  int time_signature_top = 0;       // beats per measure from here on
-  int time_signature_bottom = 0;    // note value of a beat from here on (4 = quarter)
-  int tempo = 0;                    // user tempo in beats per minute from here on
+  int number = 1;                    // place in the measure, from 1; 1 starts a measure
+  double time = 0.0;                 // seconds
+  int time_signature_top = 0;        // beats per measure from here on
+  int time_signature_bottom = 0;     // note value of a beat from here on (4 = quarter)
+  int tempo = 0;                     // user tempo in beats per minute from here on
   int key_signature = kNoKeyChange;  // fifths from here on
 };

@@ -124,8 +124,8 @@ void BeatsAnalyzer::DoubleMeasures(int measure_idx, bool all_following) {
     }
     if (&beats[i] == measures[m].front()) {
       number = 0;
-      beats_per_measure = time_signatures[m].first > 0 ? time_signatures[m].first
-                                                        : static_cast<int>(measures[m].size());
+      beats_per_measure =
+          time_signatures[m].first > 0 ? time_signatures[m].first : static_cast<int>(measures[m].size());
     }
     // Each beat, then a copy half way to the next one, both numbered on in the old signature.
     Beat half = beats[i];
@@ -199,7 +199,8 @@ void BeatsAnalyzer::DeleteMeasure(int measure_idx) {
       next_first.time_signature_bottom = deleted_first.time_signature_bottom;
     }
     if (next_first.tempo == 0) next_first.tempo = deleted_first.tempo;
-    if (next_first.key_signature == Beat::kNoKeyChange) next_first.key_signature = deleted_first.key_signature;
+    if (next_first.key_signature == Beat::kNoKeyChange)
+      next_first.key_signature = deleted_first.key_signature;
   }
   if (measure_idx > 0) {
     // One neighbour stretches across the gap: the measure before the last, otherwise the one
@@ -246,7 +247,8 @@ bool BeatsAnalyzer::SetTimeSignatureTopPinned(size_t beat_idx, int value) {
     const Beat& first = *measures[m].front();
     if (m > first_measure && (first.time_signature_top != 0 || first.time_signature_bottom != 0)) break;
     const double start = first.time;
-    const double end = m + 1 < static_cast<int>(measures.size()) ? measures[m + 1].front()->time : beats.back().time;
+    const double end =
+        m + 1 < static_cast<int>(measures.size()) ? measures[m + 1].front()->time : beats.back().time;
     if ((end - start) / value < min_beat_spacing) {
       std::cout << "Unable to change time signature. Beats too closely spaced." << std::endl;
       return false;
@@ -281,7 +283,8 @@ void BeatsAnalyzer::SetTimeSignatureTopFree(size_t beat_idx, int value) {
   }
   const double step = edited.size() > 1 ? edited.back().time - edited[edited.size() - 2].time : 1.0;
   // The last measure is filled up to the new length.
-  while (edited.back().number < value) edited.emplace_back(edited.back().number + 1, edited.back().time + step);
+  while (edited.back().number < value)
+    edited.emplace_back(edited.back().number + 1, edited.back().time + step);
   Beat sentinel = beats.back();
   if (edited.back().time + step >= sentinel.time) sentinel.time = edited.back().time + step;
   edited.push_back(sentinel);
@@ -346,7 +349,8 @@ std::set<unsigned long> BeatsAnalyzer::BeatMoveAffectedBeats(unsigned long beat_
 
 std::pair<double, double> BeatsAnalyzer::BeatMoveBounds(unsigned long beat_idx,
                                                         const std::pair<double, double>& interpolation_bounds,
-                                                        bool all_following, const std::set<unsigned long>& affected) {
+                                                        bool all_following,
+                                                        const std::set<unsigned long>& affected) {
   const std::vector<Beat>& beats = Beats();
   if (beat_idx >= beats.size()) return interpolation_bounds;
   const double t = beats[beat_idx].time;
@@ -385,8 +389,8 @@ std::pair<double, double> BeatsAnalyzer::BeatMoveBounds(unsigned long beat_idx,
 
 void BeatsAnalyzer::MoveBeat(unsigned long beat_idx, double new_time, bool all_following,
                              const std::pair<double, double>& interpolation_bounds,
-                             const std::set<unsigned long>& affected, const std::set<unsigned long>& affected_notes,
-                             bool update_all_notes) {
+                             const std::set<unsigned long>& affected,
+                             const std::set<unsigned long>& affected_notes, bool update_all_notes) {
   std::vector<Beat>& beats = Beats();
   if (beat_idx >= beats.size()) return;
   const double old_time = beats[beat_idx].time;
@@ -401,7 +405,8 @@ void BeatsAnalyzer::MoveBeat(unsigned long beat_idx, double new_time, bool all_f
       time = new_time;
     } else if (time < old_time) {
       // The grid between the bound and the dragged beat stretches evenly; the bound stays.
-      if (std::isfinite(lo) && lo != old_time) time = (time - old_time) / (lo - old_time) * (lo - new_time) + new_time;
+      if (std::isfinite(lo) && lo != old_time)
+        time = (time - old_time) / (lo - old_time) * (lo - new_time) + new_time;
     } else if (std::isfinite(hi) && hi != old_time) {
       time = (time - old_time) / (hi - old_time) * (hi - new_time) + new_time;
     }
@@ -472,7 +477,9 @@ std::pair<int, int> BeatsAnalyzer::TimeSignature(Beat& beat) {
   return time_signatures.at(beat_measures.at(CheckedIndex(beat)));
 }
 
-int BeatsAnalyzer::KeySignature(Beat& beat) { return key_signatures.at(beat_measures.at(CheckedIndex(beat))); }
+int BeatsAnalyzer::KeySignature(Beat& beat) {
+  return key_signatures.at(beat_measures.at(CheckedIndex(beat)));
+}
 
 Beat* BeatsAnalyzer::NextBeat(Beat& beat) {
   const size_t i = CheckedIndex(beat);
@@ -508,14 +515,16 @@ int BeatsAnalyzer::MeasureBeats(Beat& beat) { return static_cast<int>(Measure(be
 std::pair<double, double> BeatsAnalyzer::MeasureStartEndTimes(Beat& beat) {
   const int m = MeasureIndex(beat);
   const double start = measures.at(m).front()->time;
-  const double end = m + 1 < static_cast<int>(measures.size()) ? measures[m + 1].front()->time : Beats().back().time;
+  const double end =
+      m + 1 < static_cast<int>(measures.size()) ? measures[m + 1].front()->time : Beats().back().time;
   return {start, end};
 }
 
 double BeatsAnalyzer::PositionQuarters(Beat& beat) { return beat_quarters.at(CheckedIndex(beat)); }
 
 std::string BeatsAnalyzer::KeyName(int fifths) const {
-  static const char* const kLetters[] = {"C", "G", "D", "A", "E", "B", "F", "C", "G", "D", "A", "E", "B", "F", "C"};
+  static const char* const kLetters[] = {"C", "G", "D", "A", "E", "B", "F", "C",
+                                         "G", "D", "A", "E", "B", "F", "C"};
   if (fifths < -7 || fifths > 7) return std::string();
   std::string name = kLetters[fifths + 7];
   if (fifths <= -2) name += symbols.flat;  // C flat to B flat

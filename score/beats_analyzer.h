@@ -40,11 +40,13 @@ class BeatsAnalyzer : public QObject {
   std::pair<double, double> BeatMoveInterpolationBounds(unsigned long beat_idx);
   std::set<unsigned long> BeatMoveAffectedBeats(unsigned long beat_idx, bool all_following);
   // The lowest and highest time the drag may reach; the beat's present time is always inside.
-  std::pair<double, double> BeatMoveBounds(unsigned long beat_idx, const std::pair<double, double>& interpolation_bounds,
+  std::pair<double, double> BeatMoveBounds(unsigned long beat_idx,
+                                           const std::pair<double, double>& interpolation_bounds,
                                            bool all_following, const std::set<unsigned long>& affected);
   void MoveBeat(unsigned long beat_idx, double new_time, bool all_following,
-                const std::pair<double, double>& interpolation_bounds, const std::set<unsigned long>& affected,
-                const std::set<unsigned long>& affected_notes, bool update_all_notes);
+                const std::pair<double, double>& interpolation_bounds,
+                const std::set<unsigned long>& affected, const std::set<unsigned long>& affected_notes,
+                bool update_all_notes);
   // Slides the beat times one place along while the labels stay; the ends keep their times.
   void ShiftBeats(int direction);
 
@@ -72,8 +74,8 @@ class BeatsAnalyzer : public QObject {
   std::vector<std::vector<Beat*>> measures;  // the sentinel is in none
   std::vector<double> measure_start_quarters;
   std::vector<std::pair<int, int>> time_signatures;  // (top, bottom) of each measure
-  std::vector<int> key_signatures;                    // fifths; kNoKeyChange where none was set
-  const double min_beat_spacing = 0.01;               // seconds
+  std::vector<int> key_signatures;                   // fifths; kNoKeyChange where none was set
+  const double min_beat_spacing = 0.01;              // seconds
   TranscriptionJob* job = nullptr;
   std::vector<int> beat_measures;     // per beat, its measure
   std::vector<int> beat_tempos;       // per beat, the user tempo in force; 0 if none

@@ -5,8 +5,8 @@
 namespace {
 
 // Tonic pitch class of the major key of each signature.
-const std::map<int, int> kTonicByFifths = {{0, 3},  {1, 10}, {2, 5},  {3, 0},   {4, 7},
-                                           {5, 2},  {6, 9},  {7, 4},  {-1, 8},  {-2, 1},
+const std::map<int, int> kTonicByFifths = {{0, 3},  {1, 10},  {2, 5},  {3, 0},  {4, 7},
+                                           {5, 2},  {6, 9},   {7, 4},  {-1, 8}, {-2, 1},
                                            {-3, 6}, {-4, 11}, {-5, 4}, {-6, 9}, {-7, 2}};
 // F, C, G, D, A, E, B as pitch classes.
 constexpr int kOrderOfSharps[7] = {8, 3, 10, 5, 0, 7, 2};
@@ -27,13 +27,20 @@ bool KeyNoteNames::DoReMi() const { return preferences && preferences->do_re_mi;
 
 const std::string& KeyNoteNames::LetterOfNatural(int pitch_class) const {
   switch (pitch_class) {
-    case 0: return letter_a;
-    case 2: return letter_b;
-    case 3: return letter_c;
-    case 5: return letter_d;
-    case 7: return letter_e;
-    case 8: return letter_f;
-    default: return letter_g;
+    case 0:
+      return letter_a;
+    case 2:
+      return letter_b;
+    case 3:
+      return letter_c;
+    case 5:
+      return letter_d;
+    case 7:
+      return letter_e;
+    case 8:
+      return letter_f;
+    default:
+      return letter_g;
   }
 }
 
@@ -53,9 +60,9 @@ void KeyNoteNames::Recompute() {
     for (int offset : kOffsetsOutsideScale) missing.push_back((offset + tonic) % 12);
 
     // The spelling with no signature, then all black keys flat or sharp as the signature goes.
-    std::vector<NoteName> names = {
-        {letter_a, 0}, {letter_b, -1}, {letter_b, 0}, {letter_c, 0}, {letter_c, 1}, {letter_d, 0},
-        {letter_e, -1}, {letter_e, 0}, {letter_f, 0}, {letter_f, 1}, {letter_g, 0}, {letter_g, 1}};
+    std::vector<NoteName> names = {{letter_a, 0}, {letter_b, -1}, {letter_b, 0},  {letter_c, 0},
+                                   {letter_c, 1}, {letter_d, 0},  {letter_e, -1}, {letter_e, 0},
+                                   {letter_f, 0}, {letter_f, 1},  {letter_g, 0},  {letter_g, 1}};
     if (f < 0) {
       names[4] = {letter_d, -1};
       names[9] = {letter_g, -1};

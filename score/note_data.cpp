@@ -137,7 +137,8 @@ int NoteData::MinSmallestNotesPerQuarter() const {
 
 int NoteData::SetSmallestNotesPerQuarter(int value) {
   Guard guard(lock);
-  if (std::max(value, MinSmallestNotesPerQuarter()) == smallest_notes_per_quarter) return smallest_notes_per_quarter;
+  if (std::max(value, MinSmallestNotesPerQuarter()) == smallest_notes_per_quarter)
+    return smallest_notes_per_quarter;
   smallest_notes_per_quarter = value;
   Recalculate();
   emit SmallestNotesPerQuarterChanged();
@@ -256,12 +257,14 @@ MusicPosition NoteData::GetPositionAfter(double time) {
 
 MusicPosition NoteData::GetNextPosition(const MusicPosition& position) {
   Guard guard(lock);
-  return GetMusicPosition(position.position_idx + 1, LastBeatOnOrBefore(position.time + position.step_seconds));
+  return GetMusicPosition(position.position_idx + 1,
+                          LastBeatOnOrBefore(position.time + position.step_seconds));
 }
 
 MusicPosition NoteData::GetPreviousPosition(const MusicPosition& position) {
   Guard guard(lock);
-  return GetMusicPosition(position.position_idx - 1, LastBeatOnOrBefore(position.time - position.step_seconds));
+  return GetMusicPosition(position.position_idx - 1,
+                          LastBeatOnOrBefore(position.time - position.step_seconds));
 }
 
 MusicPosition NoteData::ShiftedPosition(const MusicPosition& position, int steps, PositionType type) {
@@ -567,7 +570,8 @@ void NoteData::RecalculateTriplets(const SpectrogramArea& area) {
   Guard guard(lock);
   const std::set<int> spans = AllowedTripletSpans();
   for (auto& [triplet, members] : GetTripletsMap(notes)) {
-    if (!area.whole && (triplet->stop_time < area.first_time || triplet->start_time > area.last_time)) continue;
+    if (!area.whole && (triplet->stop_time < area.first_time || triplet->start_time > area.last_time))
+      continue;
     const MusicPosition start = GetClosestPosition(triplet->start_time, START);
     const MusicPosition stop = GetClosestPosition(triplet->stop_time, STOP);
     const Triplet::PositionPair stored = triplet->StartStop();
@@ -606,12 +610,15 @@ Note* NoteData::FindExactNote(NoteMap& map, const Note& note) {
   if (key == map.end()) return nullptr;
   auto range = key->second.equal_range(note.MusicStart().position_idx);
   for (auto it = range.first; it != range.second; ++it) {
-    if (it->second->start_time == note.start_time && it->second->stop_time == note.stop_time) return it->second;
+    if (it->second->start_time == note.start_time && it->second->stop_time == note.stop_time)
+      return it->second;
   }
   return nullptr;
 }
 
-Note* NoteData::ExistingNote(int key_idx, int position_idx) { return FindNote(note_map, key_idx, position_idx); }
+Note* NoteData::ExistingNote(int key_idx, int position_idx) {
+  return FindNote(note_map, key_idx, position_idx);
+}
 
 std::set<unsigned long> NoteData::NoteIndices(const std::vector<Note*>& note_pointers) {
   Guard guard(lock);

@@ -7,10 +7,10 @@
 
 // One spelling of a pitch class in one key signature.
 struct NoteName {
-  std::string name;           // letter or syllable
-  int alter = 0;              // -1 flat, 0 natural, 1 sharp
-  bool outside_key = false;   // the pitch class is not in the key's scale
-  int octave_offset = 0;      // B sharp sits an octave below its key's C, C flat one above
+  std::string name;          // letter or syllable
+  int alter = 0;             // -1 flat, 0 natural, 1 sharp
+  bool outside_key = false;  // the pitch class is not in the key's scale
+  int octave_offset = 0;     // B sharp sits an octave below its key's C, C flat one above
   const TextSymbols* symbols = &TextSymbols::Shared();
 
   // The name followed by its accidental glyph, if any.

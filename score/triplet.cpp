@@ -76,7 +76,9 @@ const Triplet::PositionPair& Triplet::TripletPositions(const Note* note) const {
   return positions[idx];
 }
 
-int Triplet::Span() const { return positions.back().second.position_idx - positions.front().first.position_idx; }
+int Triplet::Span() const {
+  return positions.back().second.position_idx - positions.front().first.position_idx;
+}
 
 Triplet::PositionPair Triplet::StartStop() const {
   return {positions.front().first, positions.back().second};

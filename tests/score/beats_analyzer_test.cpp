@@ -1,3 +1,5 @@
+#include "score/beats_analyzer.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -5,7 +7,6 @@
 #include <stdexcept>
 #include <vector>
 
-#include "score/beats_analyzer.h"
 #include "score_fixture.h"
 
 namespace {
@@ -275,7 +276,8 @@ TEST_F(BeatsTest, NewTopRefusesMeasuresTooShortToDivide) {
   const std::vector<double> before = Times();
   testing::internal::CaptureStdout();
   analyzer().SetTimeSignatureTop(4, 3);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Unable to change time signature. Beats too closely spaced.\n");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "Unable to change time signature. Beats too closely spaced.\n");
   EXPECT_EQ(Times(), before);
 }
 
@@ -295,7 +297,8 @@ TEST_F(BeatsTest, DragBoundsNeverExcludeThePresentTimeAndKeepTheOrder) {
       EXPECT_LE(bounds.first, t) << idx << " " << all_following;
       EXPECT_GE(bounds.second, t) << idx << " " << all_following;
       EXPECT_EQ(affected.count(idx), 1u);
-      for (double target : {bounds.first, bounds.second, 0.5 * (bounds.first + t), 0.5 * (bounds.second + t)}) {
+      for (double target :
+           {bounds.first, bounds.second, 0.5 * (bounds.first + t), 0.5 * (bounds.second + t)}) {
         if (!std::isfinite(target)) continue;
         SetBeats(original);
         analyzer().MoveBeat(idx, target, all_following, interpolation, affected, {}, false);

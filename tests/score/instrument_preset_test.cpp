@@ -1,10 +1,11 @@
+#include "score/instrument_preset.h"
+
 #include <gtest/gtest.h>
 
 #include <QDir>
 #include <algorithm>
 
 #include "platform/language_strings.h"
-#include "score/instrument_preset.h"
 
 namespace {
 
@@ -76,7 +77,8 @@ TEST_F(InstrumentPresetTest, FrettedRangesStartAtTheLowestOpenStringAsWritten) {
         << preset.name;
   }
   // The ukuleles' fourth string lies above their third.
-  for (const std::string& name : {language_.INSTRUMENT_SOPRANO_UKULELE, language_.INSTRUMENT_CONCERT_UKULELE}) {
+  for (const std::string& name :
+       {language_.INSTRUMENT_SOPRANO_UKULELE, language_.INSTRUMENT_CONCERT_UKULELE}) {
     const InstrumentPreset& ukulele = Named(name);
     ASSERT_EQ(ukulele.string_keys.size(), 4u);
     EXPECT_GT(ukulele.string_keys[3], ukulele.string_keys[2]);

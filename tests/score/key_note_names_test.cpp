@@ -1,3 +1,5 @@
+#include "score/key_note_names.h"
+
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
@@ -5,7 +7,6 @@
 #include <set>
 
 #include "platform/preferences.h"
-#include "score/key_note_names.h"
 #include "score/midi_instrument_names.h"
 
 namespace {

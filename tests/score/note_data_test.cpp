@@ -1,3 +1,5 @@
+#include "score/note_data.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -5,7 +7,6 @@
 #include <set>
 #include <vector>
 
-#include "score/note_data.h"
 #include "score_fixture.h"
 
 namespace {
@@ -286,7 +287,8 @@ TEST_F(NoteGridTest, TripletsFallApartAtThreeStepsToTheQuarter) {
 TEST_F(NoteGridTest, UpdateNotePositionsMovesOnlyTheNamedNotes) {
   notes().SetNotesCandidatesPermanent({}, {MakeNote(40, 1.0), MakeNote(41, 2.0)});
   std::set<unsigned long> redrawn;
-  QObject::connect(&notes(), &NoteData::RedrawNoteIdxs, [&](std::set<unsigned long> idxs) { redrawn = idxs; });
+  QObject::connect(&notes(), &NoteData::RedrawNoteIdxs,
+                   [&](std::set<unsigned long> idxs) { redrawn = idxs; });
   std::vector<Note>& n = notes().GetNotes();
   n[0].start_time = 1.5;
   n[1].start_time = 0.25;
@@ -310,7 +312,8 @@ TEST_F(NoteGridTest, UpdatePositionsInAnAreaLeavesOtherNotesAlone) {
 }
 
 TEST_F(NoteGridTest, EdgeBoundsStopAtTheNeighboursOfTheKey) {
-  notes().SetNotesCandidatesPermanent({}, {MakeNote(40, 0.5, 1.0), MakeNote(40, 1.5, 2.0), MakeNote(40, 3.0)});
+  notes().SetNotesCandidatesPermanent({},
+                                      {MakeNote(40, 0.5, 1.0), MakeNote(40, 1.5, 2.0), MakeNote(40, 3.0)});
   const std::vector<Note>& n = notes().GetNotes();
   const auto start_bounds = notes().GetNoteEdgeBounds(n[1], NoteData::START);
   EXPECT_DOUBLE_EQ(start_bounds.first, 0.625);
@@ -384,7 +387,7 @@ TEST_F(TransposeTest, ARangeNarrowerThanAnOctaveIsWidenedDownwards) {
   settings.highest_note_idx = 3;
   notes().TransposeAndFilterNotesPermanent(settings);
   EXPECT_EQ(Keys(), (std::vector<int>{5}));  // 0 to 11 holds it already
-  settings.lowest_note_idx = 200;  // nonsense from a settings file stays on the keyboard
+  settings.lowest_note_idx = 200;            // nonsense from a settings file stays on the keyboard
   settings.highest_note_idx = 300;
   notes().TransposeAndFilterNotesPermanent(settings);
   EXPECT_GE(Keys().front(), 0);
@@ -393,7 +396,8 @@ TEST_F(TransposeTest, ARangeNarrowerThanAnOctaveIsWidenedDownwards) {
 
 TEST_F(NoteGridTest, DuplicatesAtOneKeyAndStepAreRemoved) {
   std::vector<Note> list = {MakeNote(40, 0.0), MakeNote(40, 0.01), MakeNote(41, 0.0), MakeNote(40, 0.5)};
-  std::vector<Note> candidate_list = {MakeNote(40, 0.02), MakeNote(42, 0.5), MakeNote(42, 0.52), MakeNote(43, 1.0)};
+  std::vector<Note> candidate_list = {MakeNote(40, 0.02), MakeNote(42, 0.5), MakeNote(42, 0.52),
+                                      MakeNote(43, 1.0)};
   notes().SetNotesCandidatesPermanent(candidate_list, list);
   notes().RemoveDuplicatesPermanent();
   const std::vector<Note>& n = notes().GetNotes();

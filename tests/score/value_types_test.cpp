@@ -20,8 +20,8 @@ constexpr int kPps = MusicPosition::kPositionsPerStep;
 // A plain grid of 16 steps to a 4/4 measure, 0.125 s to a step.
 MusicPosition Plain(int position_idx) {
   const int measure_idx = position_idx / 16;
-  return MusicPosition(position_idx * 0.125, measure_idx, position_idx - measure_idx * 16, 0.125, position_idx,
-                       static_cast<int64_t>(position_idx) * kPps);
+  return MusicPosition(position_idx * 0.125, measure_idx, position_idx - measure_idx * 16, 0.125,
+                       position_idx, static_cast<int64_t>(position_idx) * kPps);
 }
 
 TEST(MusicPositionTest, ComparesByFinePositionOnly) {

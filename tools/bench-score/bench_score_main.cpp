@@ -71,6 +71,7 @@ int main() {
     job.beats_analyzer.MoveBeat(dragged, old_time + 0.001 * (i % 10), false, bounds, affected, affected_notes,
                                 false);
   }
-  std::printf("Beat drag step, %zu notes repositioned: %.6f s\n", affected_notes.size(), Seconds(start) / steps);
+  std::printf("Beat drag step, %zu notes repositioned: %.6f s\n", affected_notes.size(),
+              Seconds(start) / steps);
   return 0;
 }
