@@ -63,8 +63,7 @@ void BeatHMM::FrameObservations(const std::vector<float>& row, double* log_densi
 }
 
 size_t BeatHMM::CompactBackPointerBytes(int frames) const {
-  const size_t words = (static_cast<size_t>(space.num_states) + 63) / 64;
-  return static_cast<size_t>(frames) * (words * sizeof(uint64_t) + wide_states_.size() * sizeof(uint16_t));
+  return static_cast<size_t>(frames) * wide_states_.size() * sizeof(uint16_t);
 }
 
 size_t BeatHMM::PlainBackPointerBytes(int frames) const {
@@ -77,9 +76,7 @@ void BeatHMM::Viterbi(const std::vector<std::vector<float>>& activations) {
   log_probability = kMinusInfinity;
   if (frames <= 0) return;
   const int states = space.num_states;
-  const int words = (states + 63) / 64;
   const int wide = static_cast<int>(wide_states_.size());
-  std::vector<uint64_t> taken(static_cast<size_t>(frames) * words);
   std::vector<uint16_t> wide_pointers(static_cast<size_t>(frames) * wide);
 
   std::vector<double> previous(states), current(states);
@@ -96,18 +93,9 @@ void BeatHMM::Viterbi(const std::vector<std::vector<float>>& activations) {
     FrameObservations(activations[first_frame + t], obs);
     const double* prev = previous.data();
     double* cur = current.data();
-    uint64_t* bits = taken.data() + static_cast<size_t>(t) * words;
-    for (int w = 0; w < words; ++w) {
-      const int begin = w * 64;
-      const int end = std::min(states, begin + 64);
-      uint64_t word = 0;
-      for (int s = begin; s < end; ++s) {
-        const double v = prev[sources[s]] + obs[pointers[s]] + chain_logs[s];
-        const bool better = v > kMinusInfinity;
-        cur[s] = better ? v : kMinusInfinity;
-        word |= static_cast<uint64_t>(better) << (s - begin);
-      }
-      bits[w] = word;
+    for (int s = 0; s < states; ++s) {
+      const double v = prev[sources[s]] + obs[pointers[s]] + chain_logs[s];
+      cur[s] = v > kMinusInfinity ? v : kMinusInfinity;
     }
     uint16_t* row_pointers = wide_pointers.data() + static_cast<size_t>(t) * wide;
     for (int m = 0; m < wide; ++m) {
@@ -137,12 +125,12 @@ void BeatHMM::Viterbi(const std::vector<std::vector<float>>& activations) {
   path.resize(frames);
   path[frames - 1] = state;
   for (int t = frames - 1; t > 0; --t) {
-    int source = 0;
+    // A one-entry state is only ever reached through a taken pointer from a state of finite
+    // value, so its own value was finite and its single source was taken.
+    int source = chain_sources_[state];
     const int m = wide_index_[state];
-    if (m < 0) {
-      const uint64_t word = taken[static_cast<size_t>(t) * words + state / 64];
-      if ((word >> (state % 64)) & 1u) source = chain_sources_[state];
-    } else {
+    if (m >= 0) {
+      source = 0;
       const uint16_t k = wide_pointers[static_cast<size_t>(t) * wide + m];
       if (k != kNotTaken) source = indices[indptr[state] + k];
     }

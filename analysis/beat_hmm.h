@@ -19,10 +19,11 @@ class BeatHMM {
   // where both stay below `threshold` (all frames if none reaches it), then decodes.
   // Fills first_frame, last_frame, log_probability and path (path[0] is first_frame).
   void Calculate(const std::vector<std::vector<float>>& activations);
-  // Decodes frames first_frame .. last_frame - 1. The back-pointers are kept compact: a
-  // state whose row has one entry (all but the beat-boundary states) only needs one bit per
-  // frame saying whether its single source was taken, the others a 16-bit index into their
-  // row. A back-pointer never taken reads as state 0, as in a zero-filled table.
+  // Decodes frames first_frame .. last_frame - 1. Back-pointers are stored only for the states
+  // whose row does not have exactly one entry (the beat-boundary states: 240 of 14876 in 4),
+  // as a 16-bit index into the row: a one-entry state is only ever reached from a state of
+  // finite value, so its single source is the one taken. A pointer never taken reads as
+  // state 0, as in a zero-filled table; the result equals ViterbiReference.
   void Viterbi(const std::vector<std::vector<float>>& activations);
   // The same decoding with a plain table of one int per frame and state; for tests.
   void ViterbiReference(const std::vector<std::vector<float>>& activations);

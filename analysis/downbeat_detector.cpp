@@ -25,7 +25,7 @@ constexpr Setting kSettings[] = {{1024, 3}, {2048, 6}, {4096, 12}};
 
 // Frames are made and analysed this many at a time, so that a long song never holds all
 // its overlapping frames at once.
-constexpr int kFramesPerBlock = 2048;
+constexpr int kFramesPerBlock = 512;
 
 int TruncatedSample(float value) {
   if (!(value == value)) return 0;  // NaN
