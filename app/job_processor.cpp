@@ -1,11 +1,15 @@
 #include "app/job_processor.h"
 
 #include <QDateTime>
+#include <QDir>
+#include <QFileInfo>
 #include <QThread>
 #include <new>
 
 #include "analysis/downbeat_detector.h"
 #include "audio/audio.h"
+#include "output/midi_io.h"
+#include "output/sheet_music.h"
 #include "platform/file_names.h"
 #include "platform/language_strings.h"
 #include "platform/paths.h"
@@ -14,6 +18,20 @@
 namespace {
 
 double NowMsecs() { return static_cast<double>(QDateTime::currentMSecsSinceEpoch()); }
+
+// A file name in `folder` for sheet music that is only to be shown: the title with ".xml", or
+// with " (n).xml" when an earlier view's file is still there.
+QString ScratchSheetMusicName(const QString& folder, QString title) {
+  if (folder.isEmpty()) return QString();
+  title.replace('/', '_').replace('\\', '_');
+  if (title.trimmed().isEmpty()) title = "sheet_music";
+  const QDir dir(folder);
+  QString name = dir.filePath(title + ".xml");
+  for (int n = 1; QFileInfo::exists(name); ++n) {
+    name = dir.filePath(QString("%1 (%2).xml").arg(title).arg(n));
+  }
+  return name;
+}
 
 }  // namespace
 
@@ -221,14 +239,22 @@ void JobProcessor::ExportSpectrogramCsv(JobPtr job) {
 }
 
 void JobProcessor::SaveSheetMusic(JobPtr job, bool open_after, bool for_pdf) {
-  (void)open_after;
-  (void)for_pdf;
-  if (!job->musicxml_filename.isEmpty()) ReportUnavailableOutput("MusicXML", job->musicxml_filename);
+  QString path = job->musicxml_filename;
+  if (path.isEmpty() && (open_after || for_pdf) && temp_dir.isValid())
+    path = ScratchSheetMusicName(temp_dir.path(), job->title);
+  if (path.isEmpty()) return;
+  SheetMusic sheet_music(job);
+  connect(&sheet_music, &SheetMusic::Message, this, &JobProcessor::Message);
+  if (sheet_music.SaveSheetMusic(path)) emit SheetMusicReady(open_after, for_pdf, path, job);
 }
 
 void JobProcessor::SaveTmpj(JobPtr job) { ReportUnavailableOutput("Project", job->tmpj_filename); }
 
-void JobProcessor::SaveMidi(JobPtr job) { ReportUnavailableOutput("MIDI", job->midi_filename); }
+void JobProcessor::SaveMidi(JobPtr job) {
+  if (!MidiIo::SaveMidiFile(job)) {
+    emit Message(job->language.FILE_WRITE_FAILED + job->midi_filename.toStdString(), false);
+  }
+}
 
 void JobProcessor::ReportUnavailableOutput(const QString& what, const QString& filename) {
   emit LogStep(QString("%1 output is not available in this build: %2").arg(what, filename));

@@ -230,4 +230,15 @@ TEST(XmlDocument, HandBuiltScoreValidatesAgainstTheSchema) {
   EXPECT_TRUE(result.valid) << result.output.toStdString();
 }
 
+TEST(XmlDocument, ValidationCatchesChildrenOutOfSchemaOrder) {
+  auto score = SmallScore();
+  // The numbering before the staff layout, as a careless print would put it.
+  QString text = MusicXmlHeader() + score->to_xml(0);
+  text.replace("<measure-numbering>none</measure-numbering>\n", "");
+  text.replace("<print>\n", "<print>\n        <measure-numbering>none</measure-numbering>\n");
+  const MusicXmlValidation result = ValidateMusicXml(text);
+  if (result.skipped) GTEST_SKIP() << result.output.toStdString();
+  EXPECT_FALSE(result.valid);
+}
+
 }  // namespace
