@@ -9,6 +9,10 @@ BiBeatNetEnsemble::BiBeatNetEnsemble(const std::string& weights_path_) : weights
 
 Tensor BiBeatNetEnsemble::Process(const Tensor& input_, int num_threads_) {
   error.clear();
+  if (input_.data.empty()) {
+    error = "The beat networks were given no input channel";
+    return Tensor();
+  }
   SafetensorsFile file;
   if (!file.Open(weights_path, &error)) return Tensor();
   nets.clear();

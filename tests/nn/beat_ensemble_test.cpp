@@ -91,6 +91,15 @@ TEST_F(BeatEnsembleTest, ThreadCountDoesNotChangeTheResultAndNetsAreLoadedAfresh
   }
 }
 
+TEST_F(BeatEnsembleTest, NoFramesGiveNoRows) {
+  BiBeatNetEnsemble ensemble(path);
+  const Tensor out = ensemble.Process(Tensor({1, 0, BiBeatNet::kInputFeatures}), 3);
+  EXPECT_TRUE(ensemble.error.empty());
+  EXPECT_EQ(out.shape, (std::vector<int>{1, 0, 3}));
+  EXPECT_TRUE(ensemble.Process(Tensor(), 1).data.empty());
+  EXPECT_FALSE(ensemble.error.empty());
+}
+
 TEST_F(BeatEnsembleTest, PrescaledFileGivesTheSameActivations) {
   auto scaled = weights;
   for (auto& [name, tensor] : scaled)
