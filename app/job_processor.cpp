@@ -7,7 +7,10 @@
 #include <new>
 
 #include "analysis/downbeat_detector.h"
+#include "analysis/music_analysis.h"
+#include "analysis/notes.h"
 #include "audio/audio.h"
+#include "nn/cuda_library.h"
 #include "output/midi_io.h"
 #include "output/sheet_music.h"
 #include "platform/file_names.h"
@@ -99,7 +102,7 @@ void JobProcessor::ProcessJob(JobPtr job) {
 void JobProcessor::StartJob(JobPtr job) {
   if (job->cancelled) return;
   emit StartedJob(job);
-  task_weights = TaskWeights(job->find_notes, false);
+  task_weights = TaskWeights(job->find_notes, job->find_notes && CudaIsAvailable());
 }
 
 void JobProcessor::ProcessAudioFile(JobPtr job) {
@@ -164,9 +167,17 @@ bool JobProcessor::RunAudioStage(JobPtr job) {
   return !job->cancelled;
 }
 
-void JobProcessor::FindNotes(JobPtr job) { (void)job; }
+void JobProcessor::FindNotes(JobPtr job) {
+  Notes notes;
+  connect(&notes, &Notes::ProgressUpdate, this, &JobProcessor::CalculateProgress, Qt::DirectConnection);
+  connect(&notes, &Notes::Message, this, &JobProcessor::Message, Qt::DirectConnection);
+  notes.GetNotes(job);
+}
 
-void JobProcessor::AnalyseMusic(JobPtr job) { (void)job; }
+void JobProcessor::AnalyseMusic(JobPtr job) {
+  MusicAnalysis analysis;
+  analysis.Calculate(job);
+}
 
 void JobProcessor::LoadTmpj(const QString& filename, JobPtr job) {
   // Reading project files arrives with the project file format.

@@ -7,6 +7,7 @@
 
 #include "app/job_manager.h"
 #include "app/qt_tonemill_app.h"
+#include "nn/note_net_weights.h"
 #include "platform/constants.h"
 #include "platform/crash_handler.h"
 #include "platform/meta_types.h"
@@ -57,6 +58,9 @@ int TonemillApp::Run(int argc, char** argv) {
 
   job_manager = std::make_shared<JobManager>(headless, data_folder);
   Breakpad::CrashHandler::instance()->Init(job_manager->paths.data_path);
+  // The note network's weights are in place before any job can start. A missing or broken
+  // file does not stop the program: the note stage of each job then names the file.
+  if (!SetNetWeights()) job_manager->LogStep(QString::fromStdString("Note weights not loaded: " + NetWeightsError()));
 
   if (!ProcessCommandLineArguments(app)) return 0;
   if (job_manager->StartupTasks()) return 0;
