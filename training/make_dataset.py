@@ -30,7 +30,7 @@ def is_validation(name: str) -> bool:
     return bool(digits) and int(digits) % 10 == 3
 
 
-def pieces(kind: str, count: int, rng: random.Random):
+def pieces(kind: str, count: int, rng: random.Random, max_seconds: float):
     """Yields (piece, validation) in a fixed order."""
     songs = material.pop909_songs()
     rng.shuffle(songs)
@@ -66,6 +66,10 @@ def pieces(kind: str, count: int, rng: random.Random):
                 validation = is_validation(piece.name)
             # POP909 is near 90 bpm: scale so that 55-215 bpm is covered.
             piece = material.scale_time(piece, rng.uniform(0.65, 2.2) if piece.name[:4] in ("band", "pop9") else 1.0)
+        duration = max((n.end for n in piece.notes), default=0.0)
+        if duration > max_seconds:  # long songs give an excerpt: more songs for the same rendering time
+            start = rng.uniform(0.0, duration - max_seconds)
+            piece = material.excerpt(piece, start, max_seconds)
         yield piece, validation
 
 
@@ -83,6 +87,7 @@ def main() -> int:
     parser.add_argument("--seed", type=int, default=909)
     parser.add_argument("--out", default=os.path.join(HERE, "data"))
     parser.add_argument("--keep-audio", action="store_true")
+    parser.add_argument("--max-seconds", type=float, default=75.0, help="longer pieces give an excerpt")
     args = parser.parse_args()
 
     rng = random.Random(args.seed + (0 if args.kind == "notes" else 1))
@@ -93,7 +98,7 @@ def main() -> int:
     for split in ("train", "validation"):
         os.makedirs(os.path.join(args.out, args.kind, split), exist_ok=True)
 
-    for index, (piece, validation) in enumerate(pieces(args.kind, args.count, rng)):
+    for index, (piece, validation) in enumerate(pieces(args.kind, args.count, rng, args.max_seconds)):
         folder = os.path.join(args.out, args.kind, "validation" if validation else "train")
         piece.name = "%05d_%s" % (index, piece.name)
         features = os.path.join(folder, piece.name + ".npy")

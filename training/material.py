@@ -189,6 +189,18 @@ def scale_time(piece: Piece, factor: float) -> Piece:
     )
 
 
+def excerpt(piece: Piece, start: float, length: float) -> Piece:
+    """The part of the piece from `start` for `length` seconds, moved to begin at 0.5 s. Notes that
+    start inside are kept (and cut at the end); notes already sounding at `start` are dropped, so every
+    labelled onset is a real onset in the audio."""
+    begin, end, shift = start, start + length, 0.5 - start
+    notes = [dataclasses.replace(n, start=n.start + shift, end=min(n.end, end) + shift)
+             for n in piece.notes if begin <= n.start < end]
+    beats = [(t + shift, d) for t, d in piece.beats if begin <= t < end]
+    pedal = [(t + shift, d) for t, d in piece.pedal if begin <= t < end]
+    return dataclasses.replace(piece, notes=notes, beats=beats, pedal=pedal)
+
+
 def transpose(piece: Piece, semitones: int) -> Piece:
     notes = [
         dataclasses.replace(n, pitch=n.pitch + semitones)

@@ -57,6 +57,10 @@ class AllInWindowNet(nn.Module):
         self.crop = (3 * left_margin_groups, 3 * (window_frames // frames_per_group - right_margin_groups))
 
     def forward(self, x):
+        return torch.sigmoid(self.logits(x))
+
+    def logits(self, x):
+        """The network before its final sigmoid, cropped: what training's loss works on."""
         relu = torch.relu
         x = relu(self.conv_1(x))
         skip = self.first_pool(relu(self.conv_2(x)))
@@ -67,7 +71,7 @@ class AllInWindowNet(nn.Module):
         skip = relu(skip + self.conv_8(relu(self.conv_7(skip))))
         skip = relu(skip + self.conv_10(relu(self.conv_9(skip))))
         x = relu(skip + self.conv_12(relu(self.conv_11(skip))))
-        x = torch.sigmoid(self.conv_13(x))
+        x = self.conv_13(x)
         return x[:, :, :, self.crop[0]:self.crop[1]]
 
     def load_tables(self, tables):
