@@ -36,13 +36,6 @@ void ExpectWellFormed(const std::vector<Beat>& beats, double stop_time) {
 
 }  // namespace
 
-TEST(BeatHMMSolverTest, BeatNumbersWrapAround) {
-  EXPECT_EQ(BeatHMMSolver::NextBeatNumber(3, 4), 4);
-  EXPECT_EQ(BeatHMMSolver::NextBeatNumber(4, 4), 1);
-  EXPECT_EQ(BeatHMMSolver::PreviousBeatNumber(2, 3), 1);
-  EXPECT_EQ(BeatHMMSolver::PreviousBeatNumber(1, 3), 3);
-}
-
 TEST(BeatHMMSolverTest, DecodesBeatsAndMeasureLength) {
   struct Case {
     const char* name;

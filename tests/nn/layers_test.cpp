@@ -93,11 +93,7 @@ TEST(LayerTest, ChannelsOnSeveralThreadsFillEveryChannel) {
   }
 }
 
-TEST(SquashTest, ElementFunctionsAndSoftmax) {
-  EXPECT_EQ(Squash::Relu(-2.0f), 0.0f);
-  EXPECT_EQ(Squash::Relu(2.0f), 2.0f);
-  EXPECT_FLOAT_EQ(Squash::Sigmoid(0.0f), 0.5f);
-  EXPECT_FLOAT_EQ(Squash::NonLinearity(N::Tanh)(0.5f), std::tanh(0.5f));
+TEST(SquashTest, SoftmaxNormalisesAndSurvivesUnderflow) {
   EXPECT_EQ(Squash::NonLinearity(N::Softmax)(3.0f), 3.0f);  // not an element function
 
   std::vector<float> out;
