@@ -7,9 +7,9 @@
 #include <new>
 #include <vector>
 
+#include "audio/audio_data.h"
 #include "audio/audio_decoder_ffmpeg.h"
 #include "audio/audio_decoder_internal.h"
-#include "audio/audio_data.h"
 #include "audio/resample.h"
 #include "platform/language_strings.h"
 
@@ -130,7 +130,6 @@ void Audio::FormatAndApplyRegion() {
 void Audio::FormatAudio() {
   try {
     EnforceSampleRateMaxChannels();
-    job->audio_length = job->audio_frames / job->sample_rate;
     SetMonoData();
   } catch (const std::bad_alloc&) {
     OutOfMemory();
@@ -174,7 +173,8 @@ void Audio::ApplyProcessingRegion() {
     const std::size_t count = static_cast<std::size_t>(last - first + 1);
     const std::size_t channels = static_cast<std::size_t>(j.channels);
     std::copy(j.audio_data.begin() + static_cast<std::ptrdiff_t>(first * channels),
-              j.audio_data.begin() + static_cast<std::ptrdiff_t>((last + 1) * channels), j.audio_data.begin());
+              j.audio_data.begin() + static_cast<std::ptrdiff_t>((last + 1) * channels),
+              j.audio_data.begin());
     j.audio_data.resize(count * channels);
     j.audio_frames = static_cast<int>(count);
     j.audio_length = j.end_time - j.start_time;

@@ -37,7 +37,8 @@ class Audio : public QObject {
   void Run(ThreadSignal* signal);
   // For audio rendered from MIDI: enforcement, region cut, mono, finish.
   void FormatAndApplyRegion();
-  // For audio from a project file: enforcement, mono, finish, without a cut.
+  // For audio from a project file: enforcement, mono, finish, without a cut; the caller has
+  // set audio_length from the stored region.
   void FormatAudio();
   // Reports the error as a message, cancels the job and finishes.
   void DecoderError(AudioDecoderError error);

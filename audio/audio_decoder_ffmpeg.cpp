@@ -62,9 +62,9 @@ class FloatConverter {
     if (offset + static_cast<std::size_t>(capacity) * channels > limit) return false;
     out->resize(offset + static_cast<std::size_t>(capacity) * channels);
     auto* target = reinterpret_cast<uint8_t*>(out->data() + offset);
-    const int converted = swr_convert(context.get(), &target, capacity,
-                                      frame ? const_cast<const uint8_t**>(frame->extended_data) : nullptr,
-                                      in_frames);
+    const int converted =
+        swr_convert(context.get(), &target, capacity,
+                    frame ? const_cast<const uint8_t**>(frame->extended_data) : nullptr, in_frames);
     if (converted < 0) {
       out->resize(offset);
       return false;
@@ -82,8 +82,8 @@ class FloatConverter {
 AudioDecoderFfmpeg::AudioDecoderFfmpeg(const QString& path_) : path(path_) {}
 
 std::vector<QString> AudioDecoderFfmpeg::supportedFileExtensions() {
-  return {"aac", "m4a", "mp4", "alac", "aif", "aiff", "aifc", "wma", "asf", "ac3", "mka", "mkv",
-          "webm", "mov", "avi", "caf", "amr", "ape", "tta", "au", "snd", "mp2", "oga", "spx"};
+  return {"aac",  "m4a", "mp4", "alac", "aif", "aiff", "aifc", "wma", "asf", "ac3", "mka", "mkv",
+          "webm", "mov", "avi", "caf",  "amr", "ape",  "tta",  "au",  "snd", "mp2", "oga", "spx"};
 }
 
 int AudioDecoderFfmpeg::open() {
@@ -113,8 +113,8 @@ int AudioDecoderFfmpeg::open() {
     return Fail("Error opening decoder.");
 
   const int stream_channels = decoder->ch_layout.nb_channels;
-  if (stream_channels < 1 || stream_channels > nqr::kMaxChannels || decoder->sample_rate < nqr::kMinSampleRate ||
-      decoder->sample_rate > nqr::kMaxSampleRate)
+  if (stream_channels < 1 || stream_channels > nqr::kMaxChannels ||
+      decoder->sample_rate < nqr::kMinSampleRate || decoder->sample_rate > nqr::kMaxSampleRate)
     return Fail("Error getting file format.");
   AVChannelLayout layout;
   if (decoder->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {

@@ -120,7 +120,8 @@ bool AudioDecoderInternal::EncodeOgg(float quality, std::vector<std::uint8_t>* o
     const int chunk = std::min(kChunkFrames, frames - done);
     float** buffer = vorbis_analysis_buffer(&dsp, chunk);
     for (int f = 0; f < chunk; ++f)
-      for (int c = 0; c < channels; ++c) buffer[c][f] = samples[static_cast<std::size_t>(done + f) * channels + c] * (1.0f / 32768.0f);
+      for (int c = 0; c < channels; ++c)
+        buffer[c][f] = samples[static_cast<std::size_t>(done + f) * channels + c] * (1.0f / 32768.0f);
     vorbis_analysis_wrote(&dsp, chunk);
     drain();
     done += chunk;

@@ -35,8 +35,8 @@ class AudioDecoderInternal {
   int frames = -1;  // per channel
   std::vector<std::int16_t> data;
   std::map<AudioFormat, std::string> formats = {
-      {AudioFormat::kOgg, "ogg"},  {AudioFormat::kWav, "wav"},      {AudioFormat::kWavpack, "wv"},
-      {AudioFormat::kFlac, "flac"}, {AudioFormat::kOpus, "opus"},   {AudioFormat::kMusepack, "mpc"},
+      {AudioFormat::kOgg, "ogg"},   {AudioFormat::kWav, "wav"},   {AudioFormat::kWavpack, "wv"},
+      {AudioFormat::kFlac, "flac"}, {AudioFormat::kOpus, "opus"}, {AudioFormat::kMusepack, "mpc"},
       {AudioFormat::kMp3, "mp3"}};
 
  private:

@@ -22,17 +22,20 @@ struct FlacState {
   int bits = 0;
 };
 
-FLAC__StreamDecoderReadStatus Read(const FLAC__StreamDecoder*, FLAC__byte buffer[], size_t* bytes, void* client) {
+FLAC__StreamDecoderReadStatus Read(const FLAC__StreamDecoder*, FLAC__byte buffer[], size_t* bytes,
+                                   void* client) {
   auto* state = static_cast<FlacState*>(client);
   if (*bytes == 0) return FLAC__STREAM_DECODER_READ_STATUS_ABORT;
   *bytes = state->reader.Read(buffer, *bytes);
-  return *bytes == 0 ? FLAC__STREAM_DECODER_READ_STATUS_END_OF_STREAM : FLAC__STREAM_DECODER_READ_STATUS_CONTINUE;
+  return *bytes == 0 ? FLAC__STREAM_DECODER_READ_STATUS_END_OF_STREAM
+                     : FLAC__STREAM_DECODER_READ_STATUS_CONTINUE;
 }
 
 FLAC__StreamDecoderSeekStatus Seek(const FLAC__StreamDecoder*, FLAC__uint64 offset, void* client) {
   auto* state = static_cast<FlacState*>(client);
-  return state->reader.Seek(static_cast<std::int64_t>(offset), SEEK_SET) ? FLAC__STREAM_DECODER_SEEK_STATUS_OK
-                                                                          : FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
+  return state->reader.Seek(static_cast<std::int64_t>(offset), SEEK_SET)
+             ? FLAC__STREAM_DECODER_SEEK_STATUS_OK
+             : FLAC__STREAM_DECODER_SEEK_STATUS_ERROR;
 }
 
 FLAC__StreamDecoderTellStatus Tell(const FLAC__StreamDecoder*, FLAC__uint64* offset, void* client) {
@@ -45,7 +48,9 @@ FLAC__StreamDecoderLengthStatus Length(const FLAC__StreamDecoder*, FLAC__uint64*
   return FLAC__STREAM_DECODER_LENGTH_STATUS_OK;
 }
 
-FLAC__bool Eof(const FLAC__StreamDecoder*, void* client) { return static_cast<FlacState*>(client)->reader.AtEnd(); }
+FLAC__bool Eof(const FLAC__StreamDecoder*, void* client) {
+  return static_cast<FlacState*>(client)->reader.AtEnd();
+}
 
 FLAC__StreamDecoderWriteStatus Write(const FLAC__StreamDecoder*, const FLAC__Frame* frame,
                                      const FLAC__int32* const buffer[], void* client) {
@@ -117,9 +122,12 @@ void FlacDecoder::LoadFromBuffer(AudioData* data, const std::vector<std::uint8_t
   if (state.aborted) throw std::runtime_error("flac frames differ in format");
   if (!ok && data->samples.empty()) throw std::runtime_error("not a flac stream");
   data->channel_count = state.channels;
-  if (state.bits <= 8) data->source_format = PCM_S8;
-  else if (state.bits <= 16) data->source_format = PCM_16;
-  else if (state.bits <= 24) data->source_format = PCM_24;
+  if (state.bits <= 8)
+    data->source_format = PCM_S8;
+  else if (state.bits <= 16)
+    data->source_format = PCM_16;
+  else if (state.bits <= 24)
+    data->source_format = PCM_24;
 }
 
 }  // namespace nqr

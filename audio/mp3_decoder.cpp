@@ -35,7 +35,8 @@ off_t SeekCallback(void* handle, off_t offset, int whence) {
 // libmpg123 hunts for frame sync anywhere in its input and can find false frames in other
 // formats; a file that announces another container is left to the route that probes content.
 bool HasForeignMagic(const std::vector<std::uint8_t>& bytes) {
-  static const char* const kMagics[] = {"RIFF", "OggS", "fLaC", "wvpk", "MPCK", "MP+", "FORM", "\x30\x26\xb2\x75"};
+  static const char* const kMagics[] = {"RIFF", "OggS", "fLaC", "wvpk",
+                                        "MPCK", "MP+",  "FORM", "\x30\x26\xb2\x75"};
   for (const char* magic : kMagics) {
     const std::size_t n = std::strlen(magic);
     if (bytes.size() >= n && std::memcmp(bytes.data(), magic, n) == 0) return true;
@@ -96,7 +97,8 @@ void Mp3Decoder::LoadFromBuffer(AudioData* data, const std::vector<std::uint8_t>
       long new_rate = 0;
       int new_channels = 0;
       mpg123_getformat(handle.get(), &new_rate, &new_channels, &encoding);
-      if (new_rate != rate || new_channels != channels) throw std::runtime_error("mpeg stream changes format");
+      if (new_rate != rate || new_channels != channels)
+        throw std::runtime_error("mpeg stream changes format");
       continue;
     }
     if (status != MPG123_OK) {

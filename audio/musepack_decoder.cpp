@@ -54,11 +54,13 @@ void MusepackDecoder::LoadFromBuffer(AudioData* data, const std::vector<std::uin
   for (std::size_t n = 0; n < max_frames; ++n) {
     mpc_frame_info frame;
     frame.buffer = buffer.data();
-    if (mpc_demux_decode(demux.get(), &frame) != MPC_STATUS_OK) throw std::runtime_error("corrupt musepack stream");
+    if (mpc_demux_decode(demux.get(), &frame) != MPC_STATUS_OK)
+      throw std::runtime_error("corrupt musepack stream");
     if (frame.bits == -1) break;
     const std::size_t count = static_cast<std::size_t>(frame.samples) * channels;
     if (count > buffer.size()) throw std::runtime_error("corrupt musepack frame");
-    data->samples.insert(data->samples.end(), buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(count));
+    data->samples.insert(data->samples.end(), buffer.begin(),
+                         buffer.begin() + static_cast<std::ptrdiff_t>(count));
   }
 }
 

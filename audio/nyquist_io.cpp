@@ -49,8 +49,7 @@ void NyquistIO::FinishResult(AudioData* data) {
   // Frame counts are int further on.
   if (data->samples.size() / data->channel_count > static_cast<std::size_t>(std::numeric_limits<int>::max()))
     throw std::runtime_error("audio too long");
-  data->length_seconds =
-      static_cast<double>(data->samples.size() / data->channel_count) / data->sample_rate;
+  data->length_seconds = static_cast<double>(data->samples.size() / data->channel_count) / data->sample_rate;
 }
 
 void NyquistIO::Load(AudioData* data, const std::string& path) {

@@ -43,7 +43,8 @@ void OpusDecoder::LoadFromBuffer(AudioData* data, const std::vector<std::uint8_t
       if (frames == OP_HOLE && ++errors < 64) continue;
       throw std::runtime_error("corrupt opus stream");
     }
-    if (op_channel_count(file.get(), link) != channels) throw std::runtime_error("opus links differ in format");
+    if (op_channel_count(file.get(), link) != channels)
+      throw std::runtime_error("opus links differ in format");
     data->samples.insert(data->samples.end(), buffer.begin(),
                          buffer.begin() + static_cast<std::ptrdiff_t>(frames) * channels);
   }

@@ -12,7 +12,8 @@ void ResampleLinear(std::vector<std::int16_t>* audio, int channels, int from, in
   // frames / step in exact arithmetic: in floating point 48000 frames at 48 kHz would give
   // 44099.999... and lose a frame.
   const unsigned long long out_frames_exact = static_cast<unsigned long long>(frames) * to / from;
-  if (out_frames_exact >= static_cast<unsigned long long>(std::numeric_limits<int>::max())) throw std::bad_alloc();
+  if (out_frames_exact >= static_cast<unsigned long long>(std::numeric_limits<int>::max()))
+    throw std::bad_alloc();
   const std::size_t out_frames = static_cast<std::size_t>(out_frames_exact);
   const std::size_t last = frames - 1;
   std::int16_t* data = audio->data();

@@ -36,8 +36,8 @@ struct WavpackCloser {
 
 void WavPackDecoder::LoadFromBuffer(AudioData* data, const std::vector<std::uint8_t>& bytes) {
   MemoryReader reader(bytes);
-  WavpackStreamReader64 callbacks = {ReadBytes, WriteBytes, GetPos,    SetPosAbs,    SetPosRel,
-                                     PushBackByte, GetLength, CanSeek, TruncateHere, Close};
+  WavpackStreamReader64 callbacks = {ReadBytes,    WriteBytes, GetPos,  SetPosAbs,    SetPosRel,
+                                     PushBackByte, GetLength,  CanSeek, TruncateHere, Close};
   char error[128] = {};
   std::unique_ptr<WavpackContext, WavpackCloser> context(
       WavpackOpenFileInputEx64(&callbacks, &reader, nullptr, error, OPEN_NORMALIZE, 0));

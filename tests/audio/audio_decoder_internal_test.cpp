@@ -1,6 +1,7 @@
 // The internal route's scaling rule and the Ogg Vorbis encoder that project files use.
-#include <gtest/gtest.h>
+#include "audio/audio_decoder_internal.h"
 
+#include <gtest/gtest.h>
 #include <vorbis/vorbisfile.h>
 
 #include <QTemporaryDir>
@@ -9,7 +10,6 @@
 #include <set>
 #include <stdexcept>
 
-#include "audio/audio_decoder_internal.h"
 #include "audio_fixtures.h"
 
 using namespace audio_fixtures;
@@ -87,7 +87,8 @@ class EncodeOggTest : public testing::Test {
     for (float s : tone) encoder.data.push_back(static_cast<std::int16_t>(s * 32767));
   }
   // Each page with its serial number and CRC zeroed, and the serial numbers seen.
-  static std::vector<std::uint8_t> WithoutSerials(std::vector<std::uint8_t> bytes, std::set<std::uint32_t>* serials) {
+  static std::vector<std::uint8_t> WithoutSerials(std::vector<std::uint8_t> bytes,
+                                                  std::set<std::uint32_t>* serials) {
     std::size_t pos = 0;
     while (pos + 27 <= bytes.size()) {
       EXPECT_EQ(std::string(bytes.begin() + pos, bytes.begin() + pos + 4), "OggS");

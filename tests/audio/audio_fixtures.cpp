@@ -168,7 +168,7 @@ bool EncodeWithFfmpeg(const std::string& path, const std::string& container, con
   std::unique_ptr<AVCodecContext, Closer> codec(avcodec_alloc_context3(encoder));
   av_channel_layout_default(&codec->ch_layout, channels);
   codec->sample_rate = sample_rate;
-  codec->sample_fmt = !sample_format.empty()   ? av_get_sample_fmt(sample_format.c_str())
+  codec->sample_fmt = !sample_format.empty() ? av_get_sample_fmt(sample_format.c_str())
                       : encoder->sample_fmts ? encoder->sample_fmts[0]
                                              : AV_SAMPLE_FMT_FLTP;
   if (bit_rate > 0) codec->bit_rate = bit_rate;
@@ -243,7 +243,8 @@ double RmsDifference(const std::vector<float>& a, const std::vector<float>& b) {
   return std::sqrt(sum / n);
 }
 
-double ZeroCrossingFrequency(const std::vector<float>& interleaved, int channels, int channel, int sample_rate) {
+double ZeroCrossingFrequency(const std::vector<float>& interleaved, int channels, int channel,
+                             int sample_rate) {
   // Upward crossings with hysteresis, so that codec noise in quiet stretches does not count,
   // over the middle of the signal, away from codec ramps at either end.
   constexpr float kThreshold = 0.05f;

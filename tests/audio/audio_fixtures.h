@@ -43,6 +43,7 @@ std::vector<std::uint8_t> ReadFileBytes(const std::string& path);
 // Root mean square of a - b over the shorter length.
 double RmsDifference(const std::vector<float>& a, const std::vector<float>& b);
 // Frequency of channel `channel` from its zero crossings in the middle three fifths.
-double ZeroCrossingFrequency(const std::vector<float>& interleaved, int channels, int channel, int sample_rate);
+double ZeroCrossingFrequency(const std::vector<float>& interleaved, int channels, int channel,
+                             int sample_rate);
 
 }  // namespace audio_fixtures

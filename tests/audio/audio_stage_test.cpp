@@ -84,7 +84,8 @@ TEST_F(AudioStageTest, InternalRouteLeavesStereoAt44100WithTheMonoMean) {
   EXPECT_NEAR(job->audio_data[0], (3000 + 9000 + 15000) / 3, 3);
   EXPECT_NEAR(job->audio_data[1], (6000 + 12000 + 18000) / 3, 3);
   ASSERT_EQ(job->mono_data.size(), static_cast<std::size_t>(job->audio_frames));
-  EXPECT_FLOAT_EQ(job->mono_data.back(), (job->audio_data[job->audio_data.size() - 2] + job->audio_data.back()) / 2.0f);
+  EXPECT_FLOAT_EQ(job->mono_data.back(),
+                  (job->audio_data[job->audio_data.size() - 2] + job->audio_data.back()) / 2.0f);
   EXPECT_DOUBLE_EQ(job->audio_length, job->audio_frames / 44100.0);
   EXPECT_EQ(job->start_time, 0.0);
   EXPECT_EQ(job->end_time, job->audio_length);
@@ -154,7 +155,8 @@ TEST_F(AudioStageTest, FailuresGiveTheirTextCancelAndRelease) {
 
 TEST_F(AudioStageTest, AudioLengthIsPrintedInMillisecondsAndEndsTheJob) {
   job->get_audio_length = true;
-  const std::string out = Run(WriteWav("short.wav", MakeWav16(2, 22050, std::vector<std::int16_t>(2 * 5513, 0))));
+  const std::string out =
+      Run(WriteWav("short.wav", MakeWav16(2, 22050, std::vector<std::int16_t>(2 * 5513, 0))));
   // 5513 frames at 22050 Hz become 11026 at 44100 Hz: 250.02 ms.
   EXPECT_EQ(out, "Using internal audio decoder\nAUDIO_LENGTH=250 ms\n");
   EXPECT_TRUE(job->cancelled);
@@ -259,9 +261,10 @@ TEST_F(RegionTest, FormatAudioNeverCuts) {
   job->process_whole_file = false;
   job->start_time = 0.5;
   job->end_time = 1.0;
+  job->audio_length = 0.5;  // a project stores its region's audio and length
   Audio(job).FormatAudio();
   EXPECT_EQ(job->audio_frames, 88200);
-  EXPECT_EQ(job->audio_length, 2.0);
+  EXPECT_EQ(job->audio_length, 0.5);
   EXPECT_TRUE(job->audio_ready);
 }
 

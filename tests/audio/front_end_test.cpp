@@ -79,7 +79,8 @@ class CodecTest : public testing::TestWithParam<CodecCase> {
       return;
     }
     for (int ch = 0; ch < channels; ++ch)
-      EXPECT_NEAR(ZeroCrossingFrequency(decoded, channels, ch, rate), 220.0 * (ch + 2), 220.0 * (ch + 2) * 0.01)
+      EXPECT_NEAR(ZeroCrossingFrequency(decoded, channels, ch, rate), 220.0 * (ch + 2),
+                  220.0 * (ch + 2) * 0.01)
           << "channel " << ch;
     double sum = 0.0;
     for (float s : decoded) sum += s * static_cast<double>(s);
@@ -140,7 +141,8 @@ TEST_P(CodecTest, DamagedFilesNeverCrashTheLoader) {
       variant.resize(i == 0 ? 0 : bytes.size() * i / 12 + random() % 7);
       if (variant.size() > bytes.size()) variant.resize(bytes.size());
     } else {
-      for (int flips = 0; flips < 1 + i % 4; ++flips) variant[random() % variant.size()] ^= 1u << (random() % 8);
+      for (int flips = 0; flips < 1 + i % 4; ++flips)
+        variant[random() % variant.size()] ^= 1u << (random() % 8);
     }
     WriteFile(damaged, variant);
     AudioDecoderInternal internal;
@@ -149,7 +151,9 @@ TEST_P(CodecTest, DamagedFilesNeverCrashTheLoader) {
       EXPECT_EQ(internal.data.size(), static_cast<std::size_t>(internal.frames) * internal.channels);
     }
     AudioDecoderFfmpeg os(QString::fromStdString(damaged));
-    if (os.open() == 0) EXPECT_EQ(os.total_samples % os.channels, 0);
+    if (os.open() == 0) {
+      EXPECT_EQ(os.total_samples % os.channels, 0);
+    }
   }
 }
 
@@ -226,7 +230,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(WavCase{"pcm8", 1, 8, false, 1.0 / 50}, WavCase{"pcm16", 1, 16, false, 1.0 / 16000},
                     WavCase{"pcm24", 1, 24, false, 1e-6}, WavCase{"pcm32", 1, 32, false, 1e-7},
                     WavCase{"float32", 3, 32, false, 0.0}, WavCase{"float64", 3, 64, false, 1e-7},
-                    WavCase{"extensible24", 1, 24, true, 1e-6}, WavCase{"extensible_float", 3, 32, true, 0.0}),
+                    WavCase{"extensible24", 1, 24, true, 1e-6},
+                    WavCase{"extensible_float", 3, 32, true, 0.0}),
     [](const testing::TestParamInfo<WavCase>& info) { return info.param.name; });
 
 class WavStructureTest : public testing::Test {

@@ -1,15 +1,16 @@
 // Linear sample-rate conversion in place, and folding of surplus channels.
+#include "audio/resample.h"
+
 #include <gtest/gtest.h>
 
 #include <random>
-
-#include "audio/resample.h"
 
 namespace {
 
 // The conversion written out of place, straight from its definition: each output frame
 // interpolates between the two input frames around i * from / to.
-std::vector<std::int16_t> ReferenceResample(const std::vector<std::int16_t>& in, int channels, int from, int to) {
+std::vector<std::int16_t> ReferenceResample(const std::vector<std::int16_t>& in, int channels, int from,
+                                            int to) {
   const std::size_t frames = in.size() / channels;
   const double step = static_cast<double>(from) / to;
   const std::size_t out_frames = frames * to / from;
@@ -21,7 +22,8 @@ std::vector<std::int16_t> ReferenceResample(const std::vector<std::int16_t>& in,
     // Upsampling states the fraction as a distance from the lower frame in output units.
     if (to > from) f = upper == lower ? 0.0 : (i - lower / step) * step / static_cast<double>(upper - lower);
     for (int c = 0; c < channels; ++c)
-      out[i * channels + c] = static_cast<std::int16_t>(in[lower * channels + c] * (1.0 - f) + in[upper * channels + c] * f);
+      out[i * channels + c] =
+          static_cast<std::int16_t>(in[lower * channels + c] * (1.0 - f) + in[upper * channels + c] * f);
   }
   return out;
 }
@@ -38,10 +40,12 @@ TEST(ResampleLinear, MatchesTheOutOfPlaceDefinitionForCommonRates) {
   const int rates[] = {8000, 22050, 32000, 44100, 48000, 96000, 192000};
   for (int from : rates) {
     for (int channels : {1, 2, 6}) {
-      const std::vector<std::int16_t> input = Noise(static_cast<std::size_t>(997) * channels, from + channels);
+      const std::vector<std::int16_t> input =
+          Noise(static_cast<std::size_t>(997) * channels, from + channels);
       std::vector<std::int16_t> audio = input;
       ResampleLinear(&audio, channels, from, 44100);
-      ASSERT_EQ(audio, ReferenceResample(input, channels, from, 44100)) << from << " Hz, " << channels << " channels";
+      ASSERT_EQ(audio, ReferenceResample(input, channels, from, 44100))
+          << from << " Hz, " << channels << " channels";
     }
   }
 }
@@ -88,7 +92,8 @@ TEST(FoldChannels, FiveOneFoldsAlternateChannelsEachDividedByThree) {
   // Two frames of 5.1.
   std::vector<std::int16_t> audio = {300, 30, 600, 60, 900, 90, -3, -30001, 7, 8, 9, 30001};
   FoldChannels(&audio, 6, 2);
-  EXPECT_EQ(audio, (std::vector<std::int16_t>{100 + 200 + 300, 10 + 20 + 30, -1 + 2 + 3, -10000 + 2 + 10000}));
+  EXPECT_EQ(audio,
+            (std::vector<std::int16_t>{100 + 200 + 300, 10 + 20 + 30, -1 + 2 + 3, -10000 + 2 + 10000}));
 }
 
 TEST(FoldChannels, ThreeChannelsSplitTheLeftAndKeepTheRight) {

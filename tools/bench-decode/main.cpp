@@ -123,7 +123,8 @@ int main(int argc, char** argv) {
     }
     // Musepack has no encoder library; use the command-line encoder when it is installed.
     const std::string mpc = path("bench.mpc");
-    const std::string command = "mpcenc --silent --quality 5 '" + path("bench.wav") + "' '" + mpc + "' 2>/dev/null";
+    const std::string command =
+        "mpcenc --silent --quality 5 '" + path("bench.wav") + "' '" + mpc + "' 2>/dev/null";
     if (std::system(command.c_str()) == 0) {
       files.push_back({"musepack", mpc});
     } else {
@@ -131,7 +132,8 @@ int main(int argc, char** argv) {
     }
   }
 
-  std::fprintf(stderr, "Decoding %.0f s of stereo through the audio stage, one child process per file:\n", seconds);
+  std::fprintf(stderr, "Decoding %.0f s of stereo through the audio stage, one child process per file:\n",
+               seconds);
   for (const auto& [label, path] : files) {
     std::fflush(stderr);
     const pid_t child = fork();
