@@ -22,11 +22,13 @@ int ClosestBand(const std::vector<double>& frequencies, double frequency) {
 }
 
 int EstimateNoteVolume(const Note& note, const Spectrogram& spectrogram) {
-  if (spectrogram.frequencies.empty() || spectrogram.amplitudes.empty() || spectrogram.times.empty()) return 1;
+  if (spectrogram.frequencies.empty() || spectrogram.amplitudes.empty() || spectrogram.times.empty())
+    return 1;
   const double columns_from_start = (note.start_time - spectrogram.times[0]) / spectrogram.time_step;
-  const int first = columns_from_start > 0.0
-                        ? static_cast<int>(std::min(columns_from_start, static_cast<double>(spectrogram.num_times)))
-                        : 0;
+  const int first =
+      columns_from_start > 0.0
+          ? static_cast<int>(std::min(columns_from_start, static_cast<double>(spectrogram.num_times)))
+          : 0;
   const int last = std::min(first + kVolumeColumns, spectrogram.num_times);
   double peak = 0.0;
   for (const double frequency : {note.frequency, 2.0 * note.frequency}) {

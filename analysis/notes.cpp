@@ -153,7 +153,8 @@ void Notes::RunOnCpu(int windows) {
   nets.clear();
   for (int i = 0; i < threads; i += note_window_stride)
     nets.emplace_back(window_frames, frames_per_group, left_margin_groups, right_margin_groups);
-  RunMultithread runner(windows, threads, [this](int item, int worker) { GetNoteGroupCandidates(item, worker); });
+  RunMultithread runner(windows, threads,
+                        [this](int item, int worker) { GetNoteGroupCandidates(item, worker); });
   connect(&runner, &RunMultithread::ProgressUpdate, this, &Notes::MultithreadUpdate, Qt::DirectConnection);
   connect(&runner, &RunMultithread::OutOfMemory, this, &Notes::OutOfMemory, Qt::DirectConnection);
   runner.Run();
@@ -238,7 +239,8 @@ void Notes::ThinCandidates(std::vector<Note>* sorted) {
   all.resize(out);
 }
 
-void Notes::SplitCandidates(const std::vector<Note>& sorted, std::vector<Note>* low, std::vector<Note>* high) {
+void Notes::SplitCandidates(const std::vector<Note>& sorted, std::vector<Note>* low,
+                            std::vector<Note>* high) {
   for (const Note& note : sorted) (note.score < kNoteScore ? low : high)->push_back(note);
 }
 
@@ -318,8 +320,9 @@ bool Notes::MakeTriplet(const std::vector<Note*>& accepted) {
 void Notes::DetectTriplets() {
   NoteData& data = job->notes;
   std::lock_guard<std::recursive_mutex> lock(data.lock);
-  const bool changed = FindTriplets(data.GetNotes(), data.AllowedTripletSpans(),
-                                    [&](const std::vector<Note*>& accepted) { return MakeTriplet(accepted); });
+  const bool changed =
+      FindTriplets(data.GetNotes(), data.AllowedTripletSpans(),
+                   [&](const std::vector<Note*>& accepted) { return MakeTriplet(accepted); });
   if (changed) data.SetNoteAutoStops();
 }
 

@@ -54,7 +54,8 @@ class Notes : public QObject {
   static bool FindTriplets(std::vector<Note>& notes, const std::set<int>& spans,
                            const std::function<bool(const std::vector<Note*>&)>& create);
   // Scores below 0.5 to `low`, the others to `high`, keeping the order.
-  static void SplitCandidates(const std::vector<Note>& sorted, std::vector<Note>* low, std::vector<Note>* high);
+  static void SplitCandidates(const std::vector<Note>& sorted, std::vector<Note>* low,
+                              std::vector<Note>* high);
 
   const int window_frames = 720;
   const int window_bands = 352;
@@ -79,7 +80,9 @@ class Notes : public QObject {
 
  private:
   int FirstWindowFrame() const { return -left_margin_groups * frames_per_group; }
-  int WindowStride() const { return window_frames - (left_margin_groups + right_margin_groups) * frames_per_group; }
+  int WindowStride() const {
+    return window_frames - (left_margin_groups + right_margin_groups) * frames_per_group;
+  }
   void RunOnCpu(int windows);
   void RunOnAccelerator(int windows);
   // NoteData::TryCreateTriplet with an undo record; true if a triplet was made.

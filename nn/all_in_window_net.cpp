@@ -10,7 +10,7 @@ using N = Squash::Nonlinearities;
 
 }  // namespace
 
-#define TONEMILL_BATCH_NORM_TABLES(N)                                                                       \
+#define TONEMILL_BATCH_NORM_TABLES(N)                                                                  \
   conv_##N##_batch_norm_running_mean, conv_##N##_batch_norm_running_var, conv_##N##_batch_norm_weight, \
       conv_##N##_batch_norm_bias, conv_##N##_conv_weight, conv_##N##_conv_bias
 

@@ -15,8 +15,8 @@ int ConvolvedLength(int input, int kernel, int padding, int stride) {
 
 }  // namespace
 
-Conv::Conv(const ConvWeights& weights_, const std::vector<float>& bias_, Squash::Nonlinearities squash_, bool same_,
-           const std::vector<int>& strides_)
+Conv::Conv(const ConvWeights& weights_, const std::vector<float>& bias_, Squash::Nonlinearities squash_,
+           bool same_, const std::vector<int>& strides_)
     : Layer(squash_), weights(weights_), bias(bias_), strides(strides_), same(same_) {
   const int outputs = static_cast<int>(weights.size());
   const int inputs = outputs > 0 ? static_cast<int>(weights[0].size()) : 0;
@@ -63,7 +63,8 @@ float Conv::Cell(const Tensor& input, int channel, int y, int x) const {
   return acc;
 }
 
-void Conv::CalculateChannelReference(const std::vector<const Tensor*>& inputs, int channel, Tensor* output) const {
+void Conv::CalculateChannelReference(const std::vector<const Tensor*>& inputs, int channel,
+                                     Tensor* output) const {
   auto& out = output->data[channel];
   for (int y = 0; y < output->shape[1]; ++y)
     for (int x = 0; x < output->shape[2]; ++x) out[y][x] = Cell(*inputs[0], channel, y, x);

@@ -12,8 +12,8 @@ namespace {
 // A kiss_fftr state that frees itself.
 class RealFft {
  public:
-  RealFft(int size, bool inverse) : state(size >= 2 && size % 2 == 0 ? kiss_fftr_alloc(size, inverse, nullptr, nullptr)
-                                                                     : nullptr) {}
+  RealFft(int size, bool inverse)
+      : state(size >= 2 && size % 2 == 0 ? kiss_fftr_alloc(size, inverse, nullptr, nullptr) : nullptr) {}
   ~RealFft() { kiss_fftr_free(state); }
   RealFft(const RealFft&) = delete;
   RealFft& operator=(const RealFft&) = delete;

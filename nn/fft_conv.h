@@ -22,7 +22,8 @@ void DeleteWeightFfts(kiss_fft_cpx*** ffts, int outputs, int inputs);
 // channels then only read.
 class FFTConv : public Layer {
  public:
-  FFTConv(const ConvWeights& weights, const std::vector<float>& bias, Squash::Nonlinearities squash_, bool same);
+  FFTConv(const ConvWeights& weights, const std::vector<float>& bias, Squash::Nonlinearities squash_,
+          bool same);
   FFTConv(FFTConv&& other) noexcept;
   FFTConv(const FFTConv&) = delete;
   FFTConv& operator=(const FFTConv&) = delete;

@@ -1,9 +1,9 @@
 #include "nn/fft_conv_layer.h"
 
-FFTConvLayer::FFTConvLayer(const std::vector<float>& running_means, const std::vector<float>& running_variances,
-                           const std::vector<float>& gammas, const std::vector<float>& betas,
-                           const ConvWeights& weights, const std::vector<float>& bias,
-                           Squash::Nonlinearities squash, bool same)
+FFTConvLayer::FFTConvLayer(const std::vector<float>& running_means,
+                           const std::vector<float>& running_variances, const std::vector<float>& gammas,
+                           const std::vector<float>& betas, const ConvWeights& weights,
+                           const std::vector<float>& bias, Squash::Nonlinearities squash, bool same)
     : batch_norm(running_means, running_variances, gammas, betas, 1e-5f), conv(weights, bias, squash, same) {}
 
 Tensor FFTConvLayer::operator()(const std::vector<const Tensor*>& inputs, int num_threads) {

@@ -8,8 +8,8 @@
 #include <random>
 
 const NoteNetLayerShape kNoteNetLayerShapes[kNumNoteNetLayers] = {
-    {1, 1, 12, 7, 1},   {2, 12, 25, 1, 7},  {3, 25, 25, 5, 1},   {4, 25, 50, 1, 5},   {5, 50, 50, 9, 1},
-    {6, 50, 50, 1, 9},  {7, 50, 50, 21, 1}, {8, 50, 50, 1, 5},   {9, 50, 50, 31, 1},  {10, 50, 50, 1, 11},
+    {1, 1, 12, 7, 1},    {2, 12, 25, 1, 7},   {3, 25, 25, 5, 1},  {4, 25, 50, 1, 5},  {5, 50, 50, 9, 1},
+    {6, 50, 50, 1, 9},   {7, 50, 50, 21, 1},  {8, 50, 50, 1, 5},  {9, 50, 50, 31, 1}, {10, 50, 50, 1, 11},
     {11, 50, 50, 41, 1}, {12, 50, 50, 1, 11}, {13, 50, 2, 1, 45}, {14, 2, 1, 1, 1}};
 
 namespace {
@@ -21,8 +21,9 @@ std::vector<float> Zeros(int number, bool per_output) {
 
 ConvWeights ZeroKernels(int number) {
   const NoteNetLayerShape& s = kNoteNetLayerShapes[number - 1];
-  return ConvWeights(s.outputs, std::vector<std::vector<std::vector<float>>>(
-                                    s.inputs, std::vector<std::vector<float>>(s.rows, std::vector<float>(s.columns))));
+  return ConvWeights(s.outputs,
+                     std::vector<std::vector<std::vector<float>>>(
+                         s.inputs, std::vector<std::vector<float>>(s.rows, std::vector<float>(s.columns))));
 }
 
 }  // namespace
@@ -54,10 +55,10 @@ TONEMILL_DEFINE_BATCH_NORM_CONV(13)
 TONEMILL_DEFINE_BATCH_NORM_CONV(14)
 #undef TONEMILL_DEFINE_BATCH_NORM_CONV
 
-#define TONEMILL_BATCH_NORM_CONV_POINTERS(N)                                                           \
-  NetWeights::BatchNormConv {                                                                          \
+#define TONEMILL_BATCH_NORM_CONV_POINTERS(N)                                                              \
+  NetWeights::BatchNormConv {                                                                             \
     &conv_##N##_batch_norm_bias, &conv_##N##_batch_norm_running_mean, &conv_##N##_batch_norm_running_var, \
-        &conv_##N##_batch_norm_weight, &conv_##N##_conv_bias, &conv_##N##_conv_weight                  \
+        &conv_##N##_batch_norm_weight, &conv_##N##_conv_bias, &conv_##N##_conv_weight                     \
   }
 
 NetWeights GetNetWeights() {
@@ -94,10 +95,11 @@ std::vector<Table> LayerTables(int number) {
   const std::string prefix = LayerName(number);
   const std::vector<int64_t> kernel_shape{s.outputs, s.inputs, s.rows, s.columns};
   if (number == 1) {
-    return {{prefix + "conv_bias", record.conv_1_conv_bias, nullptr, {s.outputs}},
-            {prefix + "conv_weight", nullptr, record.conv_1_conv_weight, kernel_shape},
-            {prefix + "layer_norm_scaling_bias", record.conv_1_layer_norm_scaling_bias, nullptr, {s.inputs}},
-            {prefix + "layer_norm_scaling_weight", record.conv_1_layer_norm_scaling_weight, nullptr, {s.inputs}}};
+    return {
+        {prefix + "conv_bias", record.conv_1_conv_bias, nullptr, {s.outputs}},
+        {prefix + "conv_weight", nullptr, record.conv_1_conv_weight, kernel_shape},
+        {prefix + "layer_norm_scaling_bias", record.conv_1_layer_norm_scaling_bias, nullptr, {s.inputs}},
+        {prefix + "layer_norm_scaling_weight", record.conv_1_layer_norm_scaling_weight, nullptr, {s.inputs}}};
   }
   const NetWeights::BatchNormConv& layer = record.conv[number - 2];
   return {{prefix + "batch_norm_bias", layer.batch_norm_bias, nullptr, {s.inputs}},
@@ -162,8 +164,8 @@ bool SetNetWeights() { return SetNetWeights(DefaultNoteWeightsPath()); }
 bool SetNetWeights(const std::string& path) {
   using Loader = bool (*)(const SafetensorsFile&, std::string*);
   static const Loader kLoaders[kNumNoteNetLayers] = {
-      &SetNetWeights0, &SetNetWeights1, &SetNetWeights2,  &SetNetWeights3,  &SetNetWeights4,
-      &SetNetWeights5, &SetNetWeights6, &SetNetWeights7,  &SetNetWeights8,  &SetNetWeights9,
+      &SetNetWeights0,  &SetNetWeights1,  &SetNetWeights2,  &SetNetWeights3, &SetNetWeights4,
+      &SetNetWeights5,  &SetNetWeights6,  &SetNetWeights7,  &SetNetWeights8, &SetNetWeights9,
       &SetNetWeights10, &SetNetWeights11, &SetNetWeights12, &SetNetWeights13};
   SafetensorsFile file;
   std::string error;
@@ -240,7 +242,8 @@ std::map<std::string, SafetensorsFile::FloatTensor> RandomNoteWeights(unsigned s
   return tensors;
 }
 
-bool WriteNoteWeights(const std::string& path, const std::map<std::string, SafetensorsFile::FloatTensor>& tensors,
+bool WriteNoteWeights(const std::string& path,
+                      const std::map<std::string, SafetensorsFile::FloatTensor>& tensors,
                       std::string* error) {
   return SafetensorsFile::Write(path, tensors, {}, error);
 }

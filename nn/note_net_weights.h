@@ -33,7 +33,7 @@ extern ConvWeights conv_1_conv_weight;
 extern std::vector<float> conv_1_layer_norm_scaling_bias;
 extern std::vector<float> conv_1_layer_norm_scaling_weight;
 
-#define TONEMILL_DECLARE_BATCH_NORM_CONV(N)                    \
+#define TONEMILL_DECLARE_BATCH_NORM_CONV(N)                     \
   extern std::vector<float> conv_##N##_batch_norm_bias;         \
   extern std::vector<float> conv_##N##_batch_norm_running_mean; \
   extern std::vector<float> conv_##N##_batch_norm_running_var;  \
@@ -118,5 +118,5 @@ std::vector<int64_t> NoteNetTensorShape(const std::string& name);
 // A complete, reproducible set of random weights with the scale of a trained network
 // (unit-variance activations), for tests, benchmarks and the training code's checks.
 std::map<std::string, SafetensorsFile::FloatTensor> RandomNoteWeights(unsigned seed);
-bool WriteNoteWeights(const std::string& path, const std::map<std::string, SafetensorsFile::FloatTensor>& tensors,
-                      std::string* error);
+bool WriteNoteWeights(const std::string& path,
+                      const std::map<std::string, SafetensorsFile::FloatTensor>& tensors, std::string* error);

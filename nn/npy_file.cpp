@@ -9,7 +9,9 @@ namespace {
 const char kMagic[] = "\x93NUMPY";
 constexpr size_t kMagicLength = 6;
 
-std::string Problem(const std::string& path, const std::string& what) { return "Array file " + path + ": " + what; }
+std::string Problem(const std::string& path, const std::string& what) {
+  return "Array file " + path + ": " + what;
+}
 
 // The value text after 'key': in the header dictionary, or empty when the key is absent.
 std::string HeaderValue(const std::string& header, const std::string& key) {
@@ -100,7 +102,8 @@ bool NpyFile::Parse(const std::vector<uint8_t>& bytes, const std::string& path, 
       return false;
     }
     header_start = 12;
-    header_length = header_length | static_cast<uint64_t>(bytes[10]) << 16 | static_cast<uint64_t>(bytes[11]) << 24;
+    header_length =
+        header_length | static_cast<uint64_t>(bytes[10]) << 16 | static_cast<uint64_t>(bytes[11]) << 24;
   }
   if (header_length > bytes.size() - header_start) {
     *error = Problem(path, "header length " + std::to_string(header_length) + " exceeds the file");
@@ -156,8 +159,8 @@ bool NpyFile::Parse(const std::vector<uint8_t>& bytes, const std::string& path, 
   return true;
 }
 
-bool NpyFile::Write(const std::string& path, const std::vector<int64_t>& shape, const std::vector<float>& values,
-                    std::string* error) {
+bool NpyFile::Write(const std::string& path, const std::vector<int64_t>& shape,
+                    const std::vector<float>& values, std::string* error) {
   uint64_t count = 1;
   for (int64_t d : shape) count *= static_cast<uint64_t>(d < 0 ? 0 : d);
   if (count != values.size()) {

@@ -18,6 +18,6 @@ class NpyFile {
   // The same on bytes already in memory; `path` only names them in messages.
   static bool Parse(const std::vector<uint8_t>& bytes, const std::string& path, std::vector<int64_t>* shape,
                     std::vector<float>* values, std::string* error);
-  static bool Write(const std::string& path, const std::vector<int64_t>& shape, const std::vector<float>& values,
-                    std::string* error);
+  static bool Write(const std::string& path, const std::vector<int64_t>& shape,
+                    const std::vector<float>& values, std::string* error);
 };

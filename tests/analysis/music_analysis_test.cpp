@@ -1,3 +1,5 @@
+#include "analysis/music_analysis.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -5,7 +7,6 @@
 #include <vector>
 
 #include "analysis/estimate_note_volume.h"
-#include "analysis/music_analysis.h"
 #include "analysis/notes.h"
 #include "analysis/smooth_data.h"
 #include "analysis_test_support.h"

@@ -1,3 +1,5 @@
+#include "analysis/notes.h"
+
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
@@ -6,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "analysis/notes.h"
 #include "analysis_test_support.h"
 #include "nn/note_net_weights.h"
 #include "score/keyboard.h"
@@ -93,12 +94,12 @@ TEST(NoteCandidatesTest, ColumnsLandOnTheFortyMillisecondGrid) {
   notes.job = GridJob(300);
   notes.CalculateNoteFrames();
   Notes::NetOutput output(2, std::vector<std::vector<float>>(88, std::vector<float>(138, 0.0f)));
-  output[0][10][0] = 0.9f;                             // frame -84 + 86 = 2
-  output[0][20][1] = std::nextafter(0.02f, 1.0f);      // kept
-  output[0][30][2] = std::nextafter(0.02f, 0.0f);      // below
-  output[0][40][53] = 0.7f;                            // frame 2 + 212 = 214
-  output[0][50][75] = 0.7f;                            // frame 302: past the end, ends the walk
-  output[1][60][5] = 1.0f;                             // channel 1 is not read
+  output[0][10][0] = 0.9f;                         // frame -84 + 86 = 2
+  output[0][20][1] = std::nextafter(0.02f, 1.0f);  // kept
+  output[0][30][2] = std::nextafter(0.02f, 0.0f);  // below
+  output[0][40][53] = 0.7f;                        // frame 2 + 212 = 214
+  output[0][50][75] = 0.7f;                        // frame 302: past the end, ends the walk
+  output[1][60][5] = 1.0f;                         // channel 1 is not read
   notes.AddCandidatesFromNetOutput(output, 0);
   ASSERT_EQ(notes.candidates.size(), 3u);
   EXPECT_EQ(notes.candidates[0].key_idx, 10);
@@ -229,11 +230,10 @@ TEST_F(NoteStageTest, RunsTheNetworkOverEveryWindowAndFillsNotesAndCandidates) {
     for (int c = 200; c < 230; ++c) job->display_spectrogram.amplitudes[band][c] = 50000.0f;
   Notes notes;
   std::vector<std::pair<int, int>> progress;
-  QObject::connect(&notes, &Notes::ProgressUpdate,
-                   [&](auto, JobTasks::Tasks task, int done, int count) {
-                     EXPECT_EQ(task, JobTasks::kNotes);
-                     progress.emplace_back(done, count);
-                   });
+  QObject::connect(&notes, &Notes::ProgressUpdate, [&](auto, JobTasks::Tasks task, int done, int count) {
+    EXPECT_EQ(task, JobTasks::kNotes);
+    progress.emplace_back(done, count);
+  });
   notes.GetNotes(job);
   ASSERT_FALSE(job->cancelled);
   EXPECT_EQ(job->note_windows, (std::vector<int>{-84, 468}));

@@ -1,3 +1,5 @@
+#include "nn/all_in_window_net.h"
+
 #include <gtest/gtest.h>
 
 #include <QProcess>
@@ -7,7 +9,6 @@
 #include <iostream>
 #include <random>
 
-#include "nn/all_in_window_net.h"
 #include "nn/note_net_weights.h"
 #include "nn/npy_file.h"
 
@@ -100,7 +101,8 @@ TEST_F(AllInWindowNetTest, ThreadsAndSeparateNetworksAgree) {
 QString PythonWithTorch() {
   QStringList candidates;
   if (const char* env = std::getenv("TONEMILL_PYTHON"); env && *env) candidates << env;
-  candidates << "/usr/bin/python3" << "python3";
+  candidates << "/usr/bin/python3"
+             << "python3";
   for (const QString& python : candidates) {
     QProcess probe;
     probe.start(python, {"-c", "import torch, numpy"});

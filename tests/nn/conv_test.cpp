@@ -1,3 +1,5 @@
+#include "nn/conv.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -5,7 +7,6 @@
 #include <random>
 
 #include "nn/batch_norm.h"
-#include "nn/conv.h"
 #include "nn/conv_layer.h"
 #include "nn/conv_layer_norm.h"
 #include "nn/fft_conv.h"
@@ -100,13 +101,12 @@ TEST(ConvTest, VectorisedPathEqualsReferenceExactly) {
   struct Case {
     int inputs, rows, columns, kernel_rows, kernel_columns;
   };
-  const Case cases[] = {{12, 9, 100, 1, 7}, {25, 23, 45, 5, 1},  {3, 11, 70, 3, 3},
-                        {5, 4, 180, 1, 45}, {4, 6, 30, 1, 45},   {2, 3, 3, 7, 7},
-                        {1, 40, 37, 7, 1},  {6, 5, 64, 2, 4}};
+  const Case cases[] = {{12, 9, 100, 1, 7}, {25, 23, 45, 5, 1}, {3, 11, 70, 3, 3}, {5, 4, 180, 1, 45},
+                        {4, 6, 30, 1, 45},  {2, 3, 3, 7, 7},    {1, 40, 37, 7, 1}, {6, 5, 64, 2, 4}};
   std::mt19937 generator(7);
   for (const Case& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.kernel_rows << "x" << c.kernel_columns << " on " << c.rows << "x"
-                                      << c.columns);
+    SCOPED_TRACE(::testing::Message()
+                 << c.kernel_rows << "x" << c.kernel_columns << " on " << c.rows << "x" << c.columns);
     const ConvWeights w = RandomKernels(&generator, 3, c.inputs, c.kernel_rows, c.kernel_columns);
     const std::vector<float> bias = RandomVector(&generator, 3);
     const Tensor input = RandomTensor(&generator, c.inputs, c.rows, c.columns);
@@ -147,8 +147,8 @@ class FFTConvTest : public ::testing::Test {
  protected:
   // FFTConv and Conv on the same random data; their largest difference relative to the
   // largest output.
-  float RelativeDifference(int inputs, int outputs, int rows, int columns, int kernel_rows, int kernel_columns,
-                           int threads = 1) {
+  float RelativeDifference(int inputs, int outputs, int rows, int columns, int kernel_rows,
+                           int kernel_columns, int threads = 1) {
     std::mt19937 generator(11 + kernel_rows * 100 + kernel_columns);
     kernels = RandomKernels(&generator, outputs, inputs, kernel_rows, kernel_columns);
     bias = RandomVector(&generator, outputs);

@@ -1,3 +1,5 @@
+#include "nn/note_net_weights.h"
+
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
@@ -5,7 +7,6 @@
 #include <fstream>
 
 #include "nn/cuda_library.h"
-#include "nn/note_net_weights.h"
 
 namespace {
 
@@ -121,7 +122,8 @@ TEST_F(NoteNetWeightsTest, TruncatedOrGarbageFilesAreRefused) {
   const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   for (const size_t keep : {size_t{0}, size_t{5}, size_t{100}, bytes.size() / 2, bytes.size() - 1}) {
     const std::string cut = PathOf("cut.safetensors");
-    std::ofstream(cut, std::ios::binary | std::ios::trunc).write(bytes.data(), static_cast<std::streamsize>(keep));
+    std::ofstream(cut, std::ios::binary | std::ios::trunc)
+        .write(bytes.data(), static_cast<std::streamsize>(keep));
     EXPECT_FALSE(SetNetWeights(cut)) << keep;
     EXPECT_NE(NetWeightsError().find(cut), std::string::npos) << NetWeightsError();
   }

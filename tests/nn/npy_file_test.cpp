@@ -1,20 +1,19 @@
+#include "nn/npy_file.h"
+
 #include <gtest/gtest.h>
 
 #include <QTemporaryDir>
 #include <cstring>
 
-#include "nn/npy_file.h"
-
 namespace {
 
 std::vector<uint8_t> Bytes(const std::string& header, const std::vector<uint8_t>& data) {
-  std::string preamble("\x93NUMPY\x01\x00", 8);
-  preamble.push_back(static_cast<char>(header.size() & 0xFF));
-  preamble.push_back(static_cast<char>(header.size() >> 8));
-  std::vector<uint8_t> bytes(preamble.begin(), preamble.end());
-  bytes.insert(bytes.end(), header.begin(), header.end());
-  bytes.insert(bytes.end(), data.begin(), data.end());
-  return bytes;
+  std::string all("\x93NUMPY\x01\x00", 8);
+  all.push_back(static_cast<char>(header.size() & 0xFF));
+  all.push_back(static_cast<char>(header.size() >> 8));
+  all += header;
+  all.append(data.begin(), data.end());
+  return std::vector<uint8_t>(all.begin(), all.end());
 }
 
 TEST(NpyFileTest, WriteThenReadGivesTheSameArray) {
@@ -41,8 +40,8 @@ TEST(NpyFileTest, DoublesAreNarrowedToFloat) {
   std::vector<int64_t> shape;
   std::vector<float> out;
   std::string error;
-  ASSERT_TRUE(NpyFile::Parse(Bytes("{'descr': '<f8', 'fortran_order': False, 'shape': (2,), }\n", data), "d.npy",
-                             &shape, &out, &error))
+  ASSERT_TRUE(NpyFile::Parse(Bytes("{'descr': '<f8', 'fortran_order': False, 'shape': (2,), }\n", data),
+                             "d.npy", &shape, &out, &error))
       << error;
   EXPECT_EQ(out, (std::vector<float>{0.25f, -8.0f}));
 }
@@ -60,7 +59,8 @@ TEST(NpyFileTest, MalformedFilesAreRefusedWithTheirName) {
       {"big-endian", Bytes("{'descr': '>f4', 'fortran_order': False, 'shape': (4,), }", four_floats)},
       {"fortran order", Bytes("{'descr': '<f4', 'fortran_order': True, 'shape': (2, 2), }", four_floats)},
       {"too few data bytes", Bytes("{'descr': '<f4', 'fortran_order': False, 'shape': (5,), }", four_floats)},
-      {"too many data bytes", Bytes("{'descr': '<f4', 'fortran_order': False, 'shape': (3,), }", four_floats)},
+      {"too many data bytes",
+       Bytes("{'descr': '<f4', 'fortran_order': False, 'shape': (3,), }", four_floats)},
       {"huge shape", Bytes("{'descr': '<f4', 'fortran_order': False, 'shape': (4000000000, 4000000000, 9), }",
                            four_floats)},
       {"bad shape", Bytes("{'descr': '<f4', 'fortran_order': False, 'shape': (a, b), }", four_floats)},

@@ -1,13 +1,14 @@
 // Speed of the note network on random weights: each convolution layer on its own, one
-// window at 1 thread with the GFLOP/s it reaches, and peak memory. Prints figures only.
+// window at 1 thread with the GFLOP/s it reaches, then the whole note stage on a 3-minute
+// grid at 2 threads, with peak memory. Prints figures only.
 //
-//   bench-notes [--windows N]
+//   bench-notes [--windows N] [--seconds S] [--threads T] [--no-stage]
 
-#include <malloc.h>
 #include <sys/resource.h>
 #include <time.h>
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QTemporaryDir>
 #include <chrono>
 #include <cstdio>
@@ -15,20 +16,33 @@
 #include <random>
 #include <string>
 
+#include "analysis/notes.h"
 #include "nn/all_in_window_net.h"
 #include "nn/note_net_weights.h"
+#include "platform/language_strings.h"
+#include "score/transcription_job.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
+double Seconds(Clock::time_point since) {
+  return std::chrono::duration<double>(Clock::now() - since).count();
+}
 
 // CPU seconds of the calling thread: steadier than the wall clock on a busy machine.
 double ThreadCpuSeconds() {
   timespec t{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
   return t.tv_sec + t.tv_nsec * 1e-9;
+}
+
+// CPU seconds of the whole process, all threads.
+double ProcessCpuSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
+         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) * 1e-6;
 }
 
 double PeakResidentMb() {
@@ -84,18 +98,42 @@ void BenchLayers(const AllInWindowNet& reference) {
     const bool fft = n == 7 || n == 9 || n == 10 || n == 11 || n == 12;
     const auto start = Clock::now();
     switch (n) {
-      case 2: net.conv_2({&input}, 1); break;
-      case 3: net.conv_3({&input}, 1); break;
-      case 4: net.conv_4({&input}, 1); break;
-      case 5: net.conv_5({&input}, 1); break;
-      case 6: net.conv_6({&input}, 1); break;
-      case 7: net.conv_7({&input}, 1); break;
-      case 8: net.conv_8({&input}, 1); break;
-      case 9: net.conv_9({&input}, 1); break;
-      case 10: net.conv_10({&input}, 1); break;
-      case 11: net.conv_11({&input}, 1); break;
-      case 12: net.conv_12({&input}, 1); break;
-      default: net.conv_13({&input}, 1); break;
+      case 2:
+        net.conv_2({&input}, 1);
+        break;
+      case 3:
+        net.conv_3({&input}, 1);
+        break;
+      case 4:
+        net.conv_4({&input}, 1);
+        break;
+      case 5:
+        net.conv_5({&input}, 1);
+        break;
+      case 6:
+        net.conv_6({&input}, 1);
+        break;
+      case 7:
+        net.conv_7({&input}, 1);
+        break;
+      case 8:
+        net.conv_8({&input}, 1);
+        break;
+      case 9:
+        net.conv_9({&input}, 1);
+        break;
+      case 10:
+        net.conv_10({&input}, 1);
+        break;
+      case 11:
+        net.conv_11({&input}, 1);
+        break;
+      case 12:
+        net.conv_12({&input}, 1);
+        break;
+      default:
+        net.conv_13({&input}, 1);
+        break;
     }
     const double seconds = Seconds(start);
     char grid[32];
@@ -107,14 +145,56 @@ void BenchLayers(const AllInWindowNet& reference) {
   std::printf("* direct-convolution operations per second, also for the FFT layers\n\n");
 }
 
+// The note stage on a grid of `seconds` of random spectrogram at 4 bands per key and 10 ms.
+void BenchStage(double seconds, int threads) {
+  const LanguageStrings language(QDir(TONEMILL_BINARY_DIR "/TM_resources/languages"), "English");
+  auto job = std::make_shared<TranscriptionJob>(language, nullptr);
+  job->thread_count = threads;
+  job->audio_length = seconds;
+  Spectrogram& grid = job->display_spectrogram;
+  grid.time_step = 0.01;
+  grid.Initialize(0.0, seconds + 0.005, 4.0);
+  std::mt19937 generator(7);
+  std::exponential_distribution<float> amplitude(4.0f);
+  for (auto& row : grid.amplitudes)
+    for (float& x : row) x = amplitude(generator);
+  std::vector<Beat> beats;
+  for (int i = 0; i * 0.5 < seconds; ++i) beats.emplace_back(i % 4 + 1, i * 0.5);
+  beats.front().time_signature_top = 4;
+  beats.front().time_signature_bottom = 4;
+  beats.emplace_back(1, beats.size() * 0.5);
+  job->beats_analyzer.SetBeats(beats);
+
+  Notes notes;
+  const auto start = Clock::now();
+  const double cpu_start = ProcessCpuSeconds();
+  notes.GetNotes(job);
+  const double wall = Seconds(start);
+  const double cpu = ProcessCpuSeconds() - cpu_start;
+  std::printf(
+      "note stage, %.0f s song (%d frames, %zu windows), %d threads: %.2f s wall, %.2f s CPU in all "
+      "threads (%.3f s CPU per window); %zu notes, %zu candidates\n",
+      seconds, grid.num_times, job->note_windows.size(), threads, wall, cpu,
+      cpu / std::max<size_t>(1, job->note_windows.size()), job->notes.GetNotes().size(),
+      job->notes.GetCandidates().size());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
-  if (std::getenv("KEEP_HEAP")) mallopt(M_TRIM_THRESHOLD, 512 << 20);
   int windows = 3;
-  for (int i = 1; i + 1 < argc; ++i)
-    if (std::string(argv[i]) == "--windows") windows = std::max(1, std::atoi(argv[i + 1]));
+  double seconds = 180.0;
+  int threads = 2;
+  bool stage = true;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--no-stage") stage = false;
+    if (i + 1 >= argc) continue;
+    if (arg == "--windows") windows = std::max(1, std::atoi(argv[i + 1]));
+    if (arg == "--seconds") seconds = std::max(1.0, std::atof(argv[i + 1]));
+    if (arg == "--threads") threads = std::max(1, std::atoi(argv[i + 1]));
+  }
 
   QTemporaryDir dir;
   const std::string path = dir.filePath("random.safetensors").toStdString();
@@ -135,8 +215,13 @@ int main(int argc, char** argv) {
   const double per_window = Seconds(start) / windows;
   const double cpu_per_window = (ThreadCpuSeconds() - cpu_start) / windows;
   const double flops = WindowFlops();
-  std::printf("one window, 1 thread: %.3f s wall, %.3f s CPU  (%.2f GFLOP direct-equivalent, %.2f GFLOP/s of CPU)\n",
-              per_window, cpu_per_window, flops * 1e-9, flops / cpu_per_window * 1e-9);
-  std::printf("peak resident memory: %.0f MB\n", PeakResidentMb());
+  std::printf(
+      "one window, 1 thread: %.3f s wall, %.3f s CPU  (%.2f GFLOP direct-equivalent, %.2f GFLOP/s of CPU)\n",
+      per_window, cpu_per_window, flops * 1e-9, flops / cpu_per_window * 1e-9);
+  std::printf("peak resident memory after the windows: %.0f MB\n", PeakResidentMb());
+  if (stage) {
+    BenchStage(seconds, threads);
+    std::printf("peak resident memory after the stage: %.0f MB\n", PeakResidentMb());
+  }
   return 0;
 }

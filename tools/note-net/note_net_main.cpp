@@ -23,8 +23,9 @@ constexpr int kBands = 352;
 constexpr int kFrames = 720;
 
 int Usage() {
-  std::cerr << "usage: note-net [--weights FILE | --random-weights SEED] [--threads N] INPUT.npy OUTPUT.npy\n"
-               "  INPUT: (352, 720) or (N, 352, 720) float32/float64; OUTPUT: (2, 88, 138) or (N, 2, 88, 138)\n";
+  std::cerr
+      << "usage: note-net [--weights FILE | --random-weights SEED] [--threads N] INPUT.npy OUTPUT.npy\n"
+         "  INPUT: (352, 720) or (N, 352, 720) float32/float64; OUTPUT: (2, 88, 138) or (N, 2, 88, 138)\n";
   return 2;
 }
 
@@ -38,7 +39,8 @@ bool LoadWeights(const std::string& weights, int random_seed) {
   QTemporaryDir dir;
   const std::string path = dir.filePath("random.safetensors").toStdString();
   std::string error;
-  if (WriteNoteWeights(path, RandomNoteWeights(static_cast<unsigned>(random_seed)), &error) && SetNetWeights(path))
+  if (WriteNoteWeights(path, RandomNoteWeights(static_cast<unsigned>(random_seed)), &error) &&
+      SetNetWeights(path))
     return true;
   std::cerr << (error.empty() ? NetWeightsError() : error) << std::endl;
   return false;
