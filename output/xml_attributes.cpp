@@ -4,40 +4,40 @@
 
 namespace xml {
 
-Key::Key() : XmlBase("key") {
-  AddLeaf("fifths", &fifths);
-  AddLeaf("mode", &mode);
+Key::Key() : XmlBase(QStringLiteral("key")) {
+  AddLeaf(QStringLiteral("fifths"), &fifths);
+  AddLeaf(QStringLiteral("mode"), &mode);
   Initialize();
 }
 
-Time::Time() : XmlBase("time") {
-  AddLeaf("beats", &beats);
-  AddLeaf("beat-type", &beat_type);
+Time::Time() : XmlBase(QStringLiteral("time")) {
+  AddLeaf(QStringLiteral("beats"), &beats);
+  AddLeaf(QStringLiteral("beat-type"), &beat_type);
   Initialize();
 }
 
-Clef::Clef(int number) : XmlBase("clef") {
-  attributes.emplace_back("number", QString::number(number));
-  AddLeaf("sign", &sign);
-  AddLeaf("line", &line);
+Clef::Clef(int number) : XmlBase(QStringLiteral("clef")) {
+  attributes.emplace_back(QStringLiteral("number"), QString::number(number));
+  AddLeaf(QStringLiteral("sign"), &sign);
+  AddLeaf(QStringLiteral("line"), &line);
   Initialize();
 }
 
-StaffLines::StaffLines() : XmlBase("staff-lines") {
+StaffLines::StaffLines() : XmlBase(QStringLiteral("staff-lines")) {
   int_value = &lines;
   Initialize();
 }
 
 StaffTuning::StaffTuning(int line, const QString& step, int alter, int octave)
-    : XmlBase("staff-tuning"), tuning_step(step), tuning_alter(alter), tuning_octave(octave) {
-  attributes.emplace_back("line", QString::number(line));
-  AddLeaf("tuning-step", &tuning_step);
-  AddLeaf("tuning-alter", &tuning_alter)->visible = alter != 0;
-  AddLeaf("tuning-octave", &tuning_octave);
+    : XmlBase(QStringLiteral("staff-tuning")), tuning_step(step), tuning_alter(alter), tuning_octave(octave) {
+  attributes.emplace_back(QStringLiteral("line"), QString::number(line));
+  AddLeaf(QStringLiteral("tuning-step"), &tuning_step);
+  AddLeaf(QStringLiteral("tuning-alter"), &tuning_alter)->visible = alter != 0;
+  AddLeaf(QStringLiteral("tuning-octave"), &tuning_octave);
   Initialize();
 }
 
-StaffDetails::StaffDetails() : XmlBase("staff-details") {
+StaffDetails::StaffDetails() : XmlBase(QStringLiteral("staff-details")) {
   AddChild(&staff_lines);
   Initialize();
   child_lists.push_back(&tunings);
@@ -49,11 +49,11 @@ StaffTuning* StaffDetails::AddStaffTuning(int line, const QString& step, int alt
   return tuning;
 }
 
-Attributes::Attributes() : XmlBase("attributes") {
-  divisions_element = AddLeaf("divisions", &divisions);
+Attributes::Attributes() : XmlBase(QStringLiteral("attributes")) {
+  divisions_element = AddLeaf(QStringLiteral("divisions"), &divisions);
   AddChild(&key);
   AddChild(&time);
-  staves_element = AddLeaf("staves", &staves);
+  staves_element = AddLeaf(QStringLiteral("staves"), &staves);
   for (XmlBase* child : children) child->visible = false;
   Initialize();
   child_lists.push_back(&clefs);

@@ -12,7 +12,7 @@ class Key : public XmlBase {
  public:
   Key();
   int fifths = 0;
-  QString mode = "major";
+  QString mode = QStringLiteral("major");
 };
 
 // <time>: the time signature.

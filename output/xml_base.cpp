@@ -11,25 +11,48 @@ XmlBase::~XmlBase() = default;
 void XmlBase::Initialize() { child_lists.push_back(&children); }
 
 QString XmlBase::to_xml(int depth) const {
-  if (!visible) return QString();
-  const QString pad = indent.repeated(depth);
-  const QString open = GetMarkupOpen();
-  const QString value = GetValue(depth);
-  const QString close = GetMarkupClose();
-  if (children.empty() && child_lists.size() <= 1) return pad + open + value + close + "\n";
-  return pad + open + "\n" + value + pad + close + "\n";
+  QString out;
+  AppendXml(&out, depth);
+  return out;
+}
+
+void XmlBase::AppendXml(QString* out, int depth) const {
+  if (!visible) return;
+  for (int i = 0; i < depth; ++i) out->append(indent);
+  out->append('<').append(name);
+  for (const auto& [attribute, value] : attributes)
+    out->append(' ').append(attribute).append("=\"").append(value).append('"');
+  out->append(self_closing ? QLatin1String("/>") : QLatin1String(">"));
+  if (children.empty() && child_lists.size() <= 1) {
+    AppendValue(out, depth);
+  } else {
+    out->append('\n');
+    AppendValue(out, depth);
+    for (int i = 0; i < depth; ++i) out->append(indent);
+  }
+  if (!self_closing) out->append(QLatin1String("</")).append(name).append('>');
+  out->append('\n');
 }
 
 QString XmlBase::GetMarkupOpen() const { return "<" + name + GetAttributes() + (self_closing ? "/>" : ">"); }
 
 QString XmlBase::GetValue(int depth) const {
-  if (double_value) return QString::number(*double_value, 'g', 6);
-  if (int_value) return QString::number(*int_value);
-  if (string_value) return *string_value;
-  QString text;
-  for (const std::vector<XmlBase*>* list : child_lists)
-    for (const XmlBase* child : *list) text += child->to_xml(depth + 1);
-  return text;
+  QString out;
+  AppendValue(&out, depth);
+  return out;
+}
+
+void XmlBase::AppendValue(QString* out, int depth) const {
+  if (double_value) {
+    out->append(QString::number(*double_value, 'g', 6));
+  } else if (int_value) {
+    out->append(QString::number(*int_value));
+  } else if (string_value) {
+    out->append(*string_value);
+  } else {
+    for (const std::vector<XmlBase*>* list : child_lists)
+      for (const XmlBase* child : *list) child->AppendXml(out, depth + 1);
+  }
 }
 
 QString XmlBase::GetMarkupClose() const { return self_closing ? QString() : "</" + name + ">"; }

@@ -28,6 +28,9 @@ class XmlBase {
   QString GetAttributes() const;
   // Makes `children` the first of the lists that are printed.
   void Initialize();
+  // to_xml and GetValue appended to `out`, which saves a copy of every subtree's text per level.
+  void AppendXml(QString* out, int depth) const;
+  void AppendValue(QString* out, int depth) const;
 
   // Appends a child whose lifetime this element manages; returns it for the caller to fill.
   template <typename T>

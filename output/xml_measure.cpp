@@ -2,43 +2,43 @@
 
 namespace xml {
 
-StaffLayout::StaffLayout(int number) : XmlBase("staff-layout") {
-  attributes.emplace_back("number", QString::number(number));
-  AddLeaf("staff-distance", &staff_distance);
+StaffLayout::StaffLayout(int number) : XmlBase(QStringLiteral("staff-layout")) {
+  attributes.emplace_back(QStringLiteral("number"), QString::number(number));
+  AddLeaf(QStringLiteral("staff-distance"), &staff_distance);
   Initialize();
 }
 
-Print::Print() : XmlBase("print"), staff_layout(2) {
+Print::Print() : XmlBase(QStringLiteral("print")), staff_layout(2) {
   AddChild(&staff_layout);
-  AddLeaf("measure-numbering", &measure_numbering);
+  AddLeaf(QStringLiteral("measure-numbering"), &measure_numbering);
   Initialize();
 }
 
-Metronome::Metronome(const QString& parentheses) : XmlBase("metronome") {
-  attributes.emplace_back("parentheses", parentheses);
-  AddLeaf("beat-unit", &beat_unit);
-  AddLeaf("per-minute", &per_minute);
+Metronome::Metronome(const QString& parentheses) : XmlBase(QStringLiteral("metronome")) {
+  attributes.emplace_back(QStringLiteral("parentheses"), parentheses);
+  AddLeaf(QStringLiteral("beat-unit"), &beat_unit);
+  AddLeaf(QStringLiteral("per-minute"), &per_minute);
   Initialize();
 }
 
-DirectionType::DirectionType() : XmlBase("direction-type"), metronome("yes") {
+DirectionType::DirectionType() : XmlBase(QStringLiteral("direction-type")), metronome(QStringLiteral("yes")) {
   AddChild(&metronome);
   Initialize();
 }
 
-Direction::Direction(const QString& placement) : XmlBase("direction") {
-  attributes.emplace_back("placement", placement);
+Direction::Direction(const QString& placement) : XmlBase(QStringLiteral("direction")) {
+  attributes.emplace_back(QStringLiteral("placement"), placement);
   AddChild(&direction_type);
   Initialize();
 }
 
-Backup::Backup(int duration_) : XmlBase("backup"), duration(duration_) {
-  AddLeaf("duration", &duration);
+Backup::Backup(int duration_) : XmlBase(QStringLiteral("backup")), duration(duration_) {
+  AddLeaf(QStringLiteral("duration"), &duration);
   Initialize();
 }
 
-Measure::Measure(int number_) : XmlBase("measure"), number(number_) {
-  attributes.emplace_back("number", QString::number(number));
+Measure::Measure(int number_) : XmlBase(QStringLiteral("measure")), number(number_) {
+  attributes.emplace_back(QStringLiteral("number"), QString::number(number));
   Initialize();
 }
 

@@ -21,14 +21,14 @@ class Print : public XmlBase {
  public:
   Print();
   StaffLayout staff_layout;
-  QString measure_numbering = "none";
+  QString measure_numbering = QStringLiteral("none");
 };
 
 // <metronome parentheses="..">: beat unit and beats per minute.
 class Metronome : public XmlBase {
  public:
   explicit Metronome(const QString& parentheses);
-  QString beat_unit = "quarter";
+  QString beat_unit = QStringLiteral("quarter");
   double per_minute = 0.0;
 };
 

@@ -4,40 +4,49 @@
 
 namespace xml {
 
-Tie::Tie(const QString& type) : XmlBase("tie", true) { attributes.emplace_back("type", type); }
+Tie::Tie(const QString& type) : XmlBase(QStringLiteral("tie"), true) {
+  attributes.emplace_back(QStringLiteral("type"), type);
+}
 
-Tied::Tied(const QString& type) : XmlBase("tied", true) { attributes.emplace_back("type", type); }
+Tied::Tied(const QString& type) : XmlBase(QStringLiteral("tied"), true) {
+  attributes.emplace_back(QStringLiteral("type"), type);
+}
 
-Tuplet::Tuplet() : XmlBase("tuplet", true) { attributes.emplace_back("type", "start"); }
+Tuplet::Tuplet() : XmlBase(QStringLiteral("tuplet"), true) {
+  attributes.emplace_back(QStringLiteral("type"), QStringLiteral("start"));
+}
 
 void Tuplet::SetType(const QString& type) { attributes[0].second = type; }
 
-Alter::Alter() : XmlBase("alter") {
+Alter::Alter() : XmlBase(QStringLiteral("alter")) {
   int_value = &value;
   Initialize();
 }
 
-Pitch::Pitch() : XmlBase("pitch") {
-  AddLeaf("step", &step);
+Pitch::Pitch() : XmlBase(QStringLiteral("pitch")) {
+  AddLeaf(QStringLiteral("step"), &step);
   AddChild(&alter);
-  AddLeaf("octave", &octave);
+  AddLeaf(QStringLiteral("octave"), &octave);
   alter.visible = false;
   Initialize();
 }
 
-TimeModification::TimeModification() : XmlBase("time-modification") {
-  AddLeaf("actual-notes", &actual_notes);
-  AddLeaf("normal-notes", &normal_notes);
+TimeModification::TimeModification() : XmlBase(QStringLiteral("time-modification")) {
+  AddLeaf(QStringLiteral("actual-notes"), &actual_notes);
+  AddLeaf(QStringLiteral("normal-notes"), &normal_notes);
   Initialize();
 }
 
-Technical::Technical() : XmlBase("technical") {
-  AddLeaf("string", &string);
-  AddLeaf("fret", &fret);
+Technical::Technical() : XmlBase(QStringLiteral("technical")) {
+  AddLeaf(QStringLiteral("string"), &string);
+  AddLeaf(QStringLiteral("fret"), &fret);
   Initialize();
 }
 
-Notations::Notations() : XmlBase("notations"), tied_start("start"), tied_stop("stop") {
+Notations::Notations()
+    : XmlBase(QStringLiteral("notations")),
+      tied_start(QStringLiteral("start")),
+      tied_stop(QStringLiteral("stop")) {
   AddChild(&tied_start);
   AddChild(&tied_stop);
   AddChild(&tuplet);
@@ -46,25 +55,26 @@ Notations::Notations() : XmlBase("notations"), tied_start("start"), tied_stop("s
   Initialize();
 }
 
-Beam::Beam(int number, const QString& value_) : XmlBase("beam"), value(value_) {
-  attributes.emplace_back("number", QString::number(number));
+Beam::Beam(int number, const QString& value_) : XmlBase(QStringLiteral("beam")), value(value_) {
+  attributes.emplace_back(QStringLiteral("number"), QString::number(number));
   string_value = &value;
   Initialize();
 }
 
-XmlNote::XmlNote() : XmlBase("note"), tie_start("start"), tie_stop("stop") {
+XmlNote::XmlNote()
+    : XmlBase(QStringLiteral("note")), tie_start(QStringLiteral("start")), tie_stop(QStringLiteral("stop")) {
   AddChild(&chord);
   AddChild(&rest);
   AddChild(&pitch);
-  AddLeaf("duration", &duration);
+  AddLeaf(QStringLiteral("duration"), &duration);
   AddChild(&tie_start);
   AddChild(&tie_stop);
-  AddLeaf("voice", &voice);
-  AddLeaf("type", &type);
+  AddLeaf(QStringLiteral("voice"), &voice);
+  AddLeaf(QStringLiteral("type"), &type);
   AddChild(&dot);
   AddChild(&time_modification);
-  stem_element = AddLeaf("stem", &stem);
-  AddLeaf("staff", &staff);
+  stem_element = AddLeaf(QStringLiteral("stem"), &stem);
+  AddLeaf(QStringLiteral("staff"), &staff);
   for (XmlBase* optional :
        {static_cast<XmlBase*>(&chord), static_cast<XmlBase*>(&rest), static_cast<XmlBase*>(&pitch),
         static_cast<XmlBase*>(&tie_start), static_cast<XmlBase*>(&tie_stop), static_cast<XmlBase*>(&dot),

@@ -11,15 +11,15 @@ namespace xml {
 // Self-closing markers of a note.
 class Rest : public XmlBase {
  public:
-  Rest() : XmlBase("rest", true) {}
+  Rest() : XmlBase(QStringLiteral("rest"), true) {}
 };
 class Chord : public XmlBase {
  public:
-  Chord() : XmlBase("chord", true) {}
+  Chord() : XmlBase(QStringLiteral("chord"), true) {}
 };
 class Dot : public XmlBase {
  public:
-  Dot() : XmlBase("dot", true) {}
+  Dot() : XmlBase(QStringLiteral("dot"), true) {}
 };
 
 // <tie type="start|stop"/>: the sound of a note goes on into the next one.
@@ -50,7 +50,7 @@ class Alter : public XmlBase {
 class Pitch : public XmlBase {
  public:
   Pitch();
-  QString step = "C";
+  QString step = QStringLiteral("C");
   Alter alter;
   int octave = 4;
 };

@@ -2,25 +2,25 @@
 
 namespace xml {
 
-ScoreInstrument::ScoreInstrument(const QString& id) : XmlBase("score-instrument") {
-  attributes.emplace_back("id", id);
-  AddLeaf("instrument-name", &instrument_name);
+ScoreInstrument::ScoreInstrument(const QString& id) : XmlBase(QStringLiteral("score-instrument")) {
+  attributes.emplace_back(QStringLiteral("id"), id);
+  AddLeaf(QStringLiteral("instrument-name"), &instrument_name);
   Initialize();
 }
 
-MidiInstrument::MidiInstrument(const QString& id) : XmlBase("midi-instrument") {
-  attributes.emplace_back("id", id);
-  AddLeaf("midi-channel", &midi_channel);
-  AddLeaf("midi-program", &midi_program);
-  AddLeaf("volume", &volume);
-  AddLeaf("pan", &pan);
+MidiInstrument::MidiInstrument(const QString& id) : XmlBase(QStringLiteral("midi-instrument")) {
+  attributes.emplace_back(QStringLiteral("id"), id);
+  AddLeaf(QStringLiteral("midi-channel"), &midi_channel);
+  AddLeaf(QStringLiteral("midi-program"), &midi_program);
+  AddLeaf(QStringLiteral("volume"), &volume);
+  AddLeaf(QStringLiteral("pan"), &pan);
   Initialize();
 }
 
 ScorePart::ScorePart(const QString& id, const QString& instrument_id)
-    : XmlBase("score-part"), score_instrument(instrument_id), midi_instrument(instrument_id) {
-  attributes.emplace_back("id", id);
-  AddLeaf("part-name", &part_name);
+    : XmlBase(QStringLiteral("score-part")), score_instrument(instrument_id), midi_instrument(instrument_id) {
+  attributes.emplace_back(QStringLiteral("id"), id);
+  AddLeaf(QStringLiteral("part-name"), &part_name);
   AddChild(&score_instrument);
   AddChild(&midi_instrument);
   Initialize();

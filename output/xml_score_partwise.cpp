@@ -4,19 +4,19 @@
 
 namespace xml {
 
-Work::Work() : XmlBase("work") {
-  AddLeaf("work-title", &work_title);
+Work::Work() : XmlBase(QStringLiteral("work")) {
+  AddLeaf(QStringLiteral("work-title"), &work_title);
   Initialize();
 }
 
-PartList::PartList() : XmlBase("part-list") { Initialize(); }
+PartList::PartList() : XmlBase(QStringLiteral("part-list")) { Initialize(); }
 
 ScorePart* PartList::AddScorePart(const QString& id, const QString& instrument_id) {
   return Adopt(std::make_unique<ScorePart>(id, instrument_id));
 }
 
-Part::Part(const QString& id) : XmlBase("part") {
-  attributes.emplace_back("id", id);
+Part::Part(const QString& id) : XmlBase(QStringLiteral("part")) {
+  attributes.emplace_back(QStringLiteral("id"), id);
   Initialize();
 }
 
@@ -26,8 +26,8 @@ Measure* Part::AddMeasure(int number) {
   return measure;
 }
 
-ScorePartwise::ScorePartwise() : XmlBase("score-partwise") {
-  attributes.emplace_back("version", "3.0");
+ScorePartwise::ScorePartwise() : XmlBase(QStringLiteral("score-partwise")) {
+  attributes.emplace_back(QStringLiteral("version"), "3.0");
   AddChild(&work);
   AddChild(&part_list);
   Initialize();
