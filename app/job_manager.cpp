@@ -23,6 +23,8 @@ JobManager::JobManager(bool headless_, const QString& data_folder, const QString
   connect(&processor, &JobProcessor::StartedJob, this, &JobManager::StartedJob, Qt::QueuedConnection);
   connect(&processor, &JobProcessor::ProgressUpdate, this, &JobManager::ProgressUpdate, Qt::QueuedConnection);
   connect(&processor, &JobProcessor::AudioReady, this, &JobManager::AudioReady, Qt::QueuedConnection);
+  connect(&processor, &JobProcessor::SpectrogramReady, this, &JobManager::SpectrogramReady,
+          Qt::QueuedConnection);
   connect(&processor, &JobProcessor::NotesReady, this, &JobManager::NotesReady, Qt::QueuedConnection);
   connect(&processor, &JobProcessor::SheetMusicReady, this, &JobManager::SheetMusicReady, Qt::QueuedConnection);
   connect(&processor, &JobProcessor::FinishedJob, this, &JobManager::RemoveJobFromQueue, Qt::QueuedConnection);

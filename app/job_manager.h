@@ -69,6 +69,7 @@ class JobManager : public QObject {
   void StartedJob(JobPtr job);
   void ProgressUpdate(JobPtr job, JobTasks::Tasks task, int done, int total, double fraction);
   void AudioReady(JobPtr job);
+  void SpectrogramReady(bool first_flag, bool second_flag, const Spectrogram* grid);
   void NotesReady(JobPtr job);
   void SheetMusicReady(bool open_after, bool for_pdf, QString filename, JobPtr job);
   void FinishedJob(JobPtr job);

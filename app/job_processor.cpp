@@ -6,6 +6,7 @@
 #include <QThread>
 #include <new>
 
+#include "analysis/auto_focus_spectrogram.h"
 #include "analysis/downbeat_detector.h"
 #include "analysis/music_analysis.h"
 #include "analysis/notes.h"
@@ -13,6 +14,7 @@
 #include "nn/cuda_library.h"
 #include "output/midi_io.h"
 #include "output/sheet_music.h"
+#include "output/spectrogram_csv.h"
 #include "platform/file_names.h"
 #include "platform/language_strings.h"
 #include "platform/paths.h"
@@ -119,6 +121,9 @@ void JobProcessor::ProcessAudioFile(JobPtr job) {
     FindNotes(job);
   }
   if (job->cancelled) return;
+  // The job's grid follows the settings it was made with (the preference, or a project's value).
+  if (job->sheet_music_settings.smallest_notes_per_quarter > 0)
+    job->SetSmallestNotesPerQuarter(job->sheet_music_settings.smallest_notes_per_quarter);
   AnalyseMusic(job);
   job->notes_ready = true;
   emit NotesReady(job);
@@ -216,7 +221,17 @@ bool JobProcessor::CalculateBeats(JobPtr job) {
 }
 
 bool JobProcessor::CalculateSpectrogram(bool recalculate, JobPtr job) {
-  (void)recalculate;
+  emit LogStep("Loading spectrograms");
+  AutoFocusSpectrogram spectrogram;
+  connect(&spectrogram, &AutoFocusSpectrogram::ProgressUpdate, this, &JobProcessor::CalculateProgress,
+          Qt::DirectConnection);
+  connect(&spectrogram, &AutoFocusSpectrogram::SpectrogramReady, this, &JobProcessor::SpectrogramReady);
+  connect(&spectrogram, &AutoFocusSpectrogram::Message, this, &JobProcessor::Message);
+  if (recalculate) {
+    spectrogram.Recalculate(job);
+  } else {
+    spectrogram.Calculate(job);
+  }
   return !job->cancelled;
 }
 
@@ -246,7 +261,13 @@ void JobProcessor::SaveJobOutput(JobPtr job) {
 void JobProcessor::AdditionalOutput(JobPtr job) { (void)job; }
 
 void JobProcessor::ExportSpectrogramCsv(JobPtr job) {
-  ReportUnavailableOutput("Spectrogram CSV", job->spectrogram_filename);
+  if (job->cancelled || job->spectrogram_filename.isEmpty()) return;
+  EnsureFoldersExist({job->spectrogram_filename});
+  const QString filename = SpectrogramCsv::TargetFilename(job->spectrogram_filename);
+  if (!SpectrogramCsv::Write(job->display_spectrogram, filename)) {
+    emit Message(job->language.FILE_WRITE_FAILED + filename.toStdString(), false);
+    emit LogStep("Failed to open spectrogram file");
+  }
 }
 
 void JobProcessor::SaveSheetMusic(JobPtr job, bool open_after, bool for_pdf) {

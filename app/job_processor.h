@@ -52,6 +52,9 @@ class JobProcessor : public QObject {
   void StartedJob(JobPtr job);
   void ProgressUpdate(JobPtr job, JobTasks::Tasks task, int done, int total, double fraction);
   void AudioReady(JobPtr job);
+  // A grid is ready for drawing: `first_flag` offers it in the channel list, `second_flag`
+  // shows it now. The grid belongs to the job.
+  void SpectrogramReady(bool first_flag, bool second_flag, const Spectrogram* grid);
   void NotesReady(JobPtr job);
   void SheetMusicReady(bool open_after, bool for_pdf, QString filename, JobPtr job);
   void SavePdf(JobPtr job);

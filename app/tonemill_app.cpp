@@ -12,6 +12,8 @@
 #include "platform/crash_handler.h"
 #include "platform/meta_types.h"
 #include "score/note_data.h"
+#include "score/spectrogram.h"
+#include "score/spectrogram_area.h"
 
 
 namespace {
@@ -47,6 +49,8 @@ int TonemillApp::Run(int argc, char** argv) {
 
   qRegisterMetaType<JobTasks::Tasks>("JobTasks::Tasks");
   qRegisterMetaType<std::shared_ptr<TranscriptionJob>>("std::shared_ptr<TranscriptionJob>");
+  qRegisterMetaType<const Spectrogram*>("const Spectrogram*");
+  qRegisterMetaType<SpectrogramArea>("SpectrogramArea");
   qRegisterMetaType<std::string>("std::string");
   qRegisterMetaType<QList<int>>("QList<int>");
   qRegisterMetaTypeStreamOperators<QList<int>>("QList<int>");
