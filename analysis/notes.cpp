@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <map>
 #include <mutex>
 
 #include "analysis/estimate_note_volume.h"
@@ -13,6 +14,7 @@
 #include "platform/language_strings.h"
 #include "platform/run_multithread.h"
 #include "score/keyboard.h"
+#include "score/note_positions.h"
 #include "score/note_sort.h"
 #include "score/transcription_job.h"
 
@@ -312,9 +314,31 @@ bool Notes::FindTriplets(std::vector<Note>& notes, const std::set<int>& spans,
 }
 
 bool Notes::MakeTriplet(const std::vector<Note*>& accepted) {
-  // NoteData cannot make triplets yet (TryCreateTriplet arrives with the note edits).
-  (void)accepted;
-  return false;
+  // What NoteData::TryCreateTriplet(accepted, true) decides and does, without the undo record
+  // (the pipeline clears the undo history when the job ends). The note edits of NoteData take
+  // this over once they offer it.
+  NoteData& data = job->notes;
+  if (accepted.size() < 3) return false;
+  for (const Note* note : accepted)
+    if (note->triplet) return false;
+  std::map<MusicPosition, std::vector<Note*>> by_position;
+  const auto [earliest, latest] = NotePositions(accepted, &by_position);
+  if (by_position.size() != 3 ||
+      data.AllowedTripletSpans().count(latest.position_idx - earliest.position_idx) == 0)
+    return false;
+  auto triplet = std::make_shared<Triplet>(earliest, latest, data.positions_per_step);
+  if (!triplet->valid) return false;
+  int index = 0;
+  for (auto& [position, notes_here] : by_position) {
+    for (Note* note : notes_here) {
+      note->triplet = triplet;
+      note->triplet_idx = index;
+    }
+    ++index;
+  }
+  // Notes are filed under their start, which now lies on the triplet's grid.
+  data.CreateMaps();
+  return true;
 }
 
 void Notes::DetectTriplets() {

@@ -85,7 +85,7 @@ class Notes : public QObject {
   }
   void RunOnCpu(int windows);
   void RunOnAccelerator(int windows);
-  // NoteData::TryCreateTriplet with an undo record; true if a triplet was made.
+  // Makes the accepted notes a triplet if NoteData's rules allow it; true if one was made.
   bool MakeTriplet(const std::vector<Note*>& accepted);
   // Sorts, thins and splits `candidates` into the job's notes, then volumes and triplets.
   void PublishCandidates();

@@ -233,4 +233,46 @@ TEST_F(TripletWalkTest, ExistingTripletsAndOtherSpansAreLeftAlone) {
   EXPECT_TRUE(offered.empty());
 }
 
+// Half-second quarters at 4 steps per quarter: an eighth-note triplet from 0.5 s puts onsets
+// at 0.5, 0.667 and 0.833, which the plain grid files under steps 4, 5 and 7.
+TEST(TripletDetectionTest, OnsetsOnATripletGridBecomeATriplet) {
+  auto job = test_support::AudioJob({}, 1);
+  std::vector<Beat> beats;
+  for (int i = 0; i < 8; ++i) beats.emplace_back(i % 4 + 1, i * 0.5);
+  beats.front().time_signature_top = 4;
+  beats.front().time_signature_bottom = 4;
+  beats.emplace_back(1, 4.0);
+  job->beats_analyzer.SetBeats(beats);
+  std::vector<Note> placed;
+  for (double time : {0.5, 0.5 + 1.0 / 6, 0.5 + 2.0 / 6, 1.0, 1.5}) placed.push_back(NoteAt(40, time));
+  job->notes.SetNotesCandidatesPermanent({}, placed);
+  Notes notes;
+  notes.job = job;
+  notes.DetectTriplets();
+  const std::vector<Note>& result = job->notes.GetNotes();
+  ASSERT_EQ(result.size(), 5u);
+  std::shared_ptr<Triplet> triplet;
+  for (const Note& note : result) {
+    if (note.start_time >= 0.9) {
+      EXPECT_FALSE(note.triplet) << note.start_time;
+      continue;
+    }
+    ASSERT_TRUE(note.triplet) << note.start_time;
+    if (!triplet) triplet = note.triplet;
+    EXPECT_EQ(note.triplet, triplet);
+    EXPECT_EQ(note.triplet_idx, static_cast<int>(std::lround((note.start_time - 0.5) * 6)));
+  }
+  ASSERT_TRUE(triplet);
+  EXPECT_TRUE(triplet->valid);
+  EXPECT_EQ(triplet->Span(), 4);
+
+  // Running again finds the triplet taken and changes nothing.
+  notes.DetectTriplets();
+  for (const Note& note : job->notes.GetNotes()) {
+    if (note.triplet) {
+      EXPECT_EQ(note.triplet, triplet);
+    }
+  }
+}
+
 }  // namespace
