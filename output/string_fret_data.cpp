@@ -12,7 +12,7 @@ std::vector<std::pair<int, int>> StringFretData::StringsFrets(const std::vector<
   for (size_t place : order) {
     for (size_t s = 0; s < string_keys.size(); ++s) {
       const int fret = keys[place] - string_keys[s];
-      if (used[s] || fret < 0 || fret > frets) continue;
+      if (used[s] || fret < 0 || (frets >= 0 && fret > frets)) continue;
       used[s] = true;
       result[place] = {static_cast<int>(s) + 1, fret};
       break;

@@ -11,7 +11,8 @@ class StringFretData {
 
   // (string from 1, fret) for each key, in the order of `keys`. Keys are placed lowest first,
   // each on the first string in `string_keys` order that is still free in this chord and
-  // reaches the key within `frets` frets; a key that finds none gets (-1, -1).
+  // reaches the key within `frets` frets (any fret while `frets` is unset, -1); a key that finds
+  // none gets (-1, -1).
   std::vector<std::pair<int, int>> StringsFrets(const std::vector<int>& keys) const;
 
   int frets;

@@ -439,15 +439,6 @@ TEST_F(SheetMusicTest, SaveWritesTheDocumentAndReportsAFailedWrite) {
   EXPECT_FALSE(sheet.SaveSheetMusic()) << "no name: nothing to write";
 }
 
-TEST_F(SheetMusicTest, TracksChooseTheStaffWhenAskedTo) {
-  job_->sheet_music_settings.assign_clef_by_track = true;
-  job_->sheet_music_settings.track_clefs = {{1, TREBLE}, {2, BASS}};
-  SetNotes({MakeNote(20, 0.0, 2.0, 1), MakeNote(70, 0.0, 2.0, 2)});
-  Build();
-  EXPECT_EQ(Described(Measure(1), 1), std::vector<std::string>{"F2:96:whole"});
-  EXPECT_EQ(Described(Measure(1), 2), std::vector<std::string>{"G6:96:whole"});
-}
-
 // A song with everything at once: chords, ties across bar lines, both clefs, a triplet, a key
 // change, a 3/4 to 4/4 change and a tempo mark, plus notes on no grid at all.
 class SheetMusicSchemaTest : public SheetMusicTest {

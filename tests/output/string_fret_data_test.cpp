@@ -32,4 +32,9 @@ TEST(StringFretData, ReentrantTuningTriesStringsInListOrder) {
   EXPECT_EQ(ukulele.StringsFrets({43, 46}), (Placement{{2, 0}, {3, 7}}));
 }
 
+TEST(StringFretData, UnsetFretCountLimitsNothingButTheOpenString) {
+  const StringFretData bass(-1, {22, 17, 12, 7});
+  EXPECT_EQ(bass.StringsFrets({60, 6}), (Placement{{1, 38}, {-1, -1}}));
+}
+
 }  // namespace

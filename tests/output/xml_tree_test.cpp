@@ -27,15 +27,6 @@ TEST(XmlElementPrinting, EmptyElementPrintsAPairOfTagsOnOneLine) {
   EXPECT_EQ(initialized.to_xml(0), "<work></work>\n");
 }
 
-TEST(XmlElementPrinting, SelfClosingAndAttributesInOrder) {
-  xml::Tie tie("stop");
-  EXPECT_EQ(tie.to_xml(0), "<tie type=\"stop\"/>\n");
-  xml::XmlBase element("e");
-  element.attributes = {{"b", "2"}, {"a", "1"}};
-  EXPECT_EQ(element.GetMarkupOpen(), "<e b=\"2\" a=\"1\">");
-  EXPECT_EQ(element.GetMarkupClose(), "</e>");
-}
-
 TEST(XmlElementPrinting, InvisibleElementLeavesNoLine) {
   xml::Pitch pitch;
   pitch.step = "E";
@@ -111,16 +102,6 @@ TEST(XmlElementOrder, NoteChildrenFollowTheSchema) {
   EXPECT_EQ(note.to_xml(0), expected);
 }
 
-TEST(XmlElementOrder, PlainRestHasNoOptionalChildren) {
-  xml::XmlNote rest;
-  rest.SetRest();
-  rest.duration = 96;
-  rest.type = "whole";
-  EXPECT_EQ(rest.to_xml(0),
-            "<note>\n  <rest/>\n  <duration>96</duration>\n  <voice>1</voice>\n  <type>whole</type>\n"
-            "  <staff>1</staff>\n</note>\n");
-}
-
 TEST(XmlElementOrder, AttributesShowOnlyWhatWasSet) {
   xml::Attributes attributes;
   attributes.SetTime(3, 4);
@@ -140,25 +121,6 @@ TEST(XmlElementOrder, AttributesShowOnlyWhatWasSet) {
   const int clef = text.indexOf("<clef number=\"1\">");
   EXPECT_TRUE(divisions >= 0 && divisions < key && key < time && time < staves && staves < clef)
       << text.toStdString();
-}
-
-TEST(XmlElementOrder, TablatureDetailsListTuningsAfterTheLineCount) {
-  xml::StaffDetails details;
-  details.staff_lines.lines = 4;
-  details.AddStaffTuning(1, "E", 0, 1);
-  details.AddStaffTuning(2, "A", 0, 1);
-  details.AddStaffTuning(3, "B", -1, 2);
-  EXPECT_EQ(
-      details.to_xml(0),
-      "<staff-details>\n"
-      "  <staff-lines>4</staff-lines>\n"
-      "  <staff-tuning line=\"1\">\n    <tuning-step>E</tuning-step>\n    <tuning-octave>1</tuning-octave>\n"
-      "  </staff-tuning>\n"
-      "  <staff-tuning line=\"2\">\n    <tuning-step>A</tuning-step>\n    <tuning-octave>1</tuning-octave>\n"
-      "  </staff-tuning>\n"
-      "  <staff-tuning line=\"3\">\n    <tuning-step>B</tuning-step>\n    <tuning-alter>-1</tuning-alter>\n"
-      "    <tuning-octave>2</tuning-octave>\n  </staff-tuning>\n"
-      "</staff-details>\n");
 }
 
 TEST(XmlElementOrder, PrintPutsTheStaffLayoutBeforeTheNumbering) {
