@@ -167,6 +167,12 @@ void Notes::RunOnAccelerator(int windows) {
   std::cout << "Using cuda" << std::endl;
   QLibrary library(QString::fromStdString(CudaLibPath()));
   const auto run_net = reinterpret_cast<RunNetFunction>(library.resolve("RunNet"));
+  if (!run_net) {
+    // The library answered IsAvailable a moment ago; should it vanish now, the CPU does the work.
+    std::cout << library.errorString().toStdString() << std::endl;
+    RunOnCpu(windows);
+    return;
+  }
   emit ProgressUpdate(job, JobTasks::kNotes, 1, 1);
   std::vector<Tensor> inputs;
   inputs.reserve(windows);
