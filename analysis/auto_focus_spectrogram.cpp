@@ -147,11 +147,12 @@ void AutoFocusSpectrogram::CalculateData(JobTasks::Tasks task_, const std::vecto
   const bool simd = out->filter_passes >= 1 && out->filter_passes <= ResonatorBank::kMaxPasses;
   // The SIMD path fills a group of adjacent bands per item; more passes than it chains go
   // one band at a time.
-  const int group = simd ? ResonatorBank::kLanes : 1;
+  const int lanes = ResonatorBank::Lanes();
+  const int group = simd ? lanes : 1;
   const int count = (out->num_freqs + group - 1) / group;
   RunMultithread runner(count, std::max(job->thread_count, 1), [&](int item, int /*worker*/) {
     if (simd) {
-      ResonatorBank::Fill(item * group, samples, sample_rate, out, q_map);
+      ResonatorBank::Fill(item * group, samples, sample_rate, out, q_map, lanes);
     } else {
       SingleFrequencyAmplitudes(item, samples, out, q_map);
     }

@@ -9,13 +9,18 @@
 #include "analysis/resonator_grid.h"
 #include "score/spectrogram.h"
 
+#if defined(__GNUC__) && defined(__x86_64__)
+#define TONEMILL_AVX512_KERNEL 1
+#endif
+
 namespace {
 
-constexpr int kLanes = ResonatorBank::kLanes;
+constexpr int kMaxPasses = ResonatorBank::kMaxPasses;
 // Samples filtered between two read-outs; the window adds two periods of the lowest band.
 constexpr int64_t kChunkSamples = 8192;
 
 // Per-lane coefficients of the current segment.
+template <int kLanes>
 struct LaneCoefficients {
   float two_c[kLanes];
   float one_minus_alpha[kLanes];
@@ -24,11 +29,12 @@ struct LaneCoefficients {
 };
 
 // Per-lane state of each chained pass.
+template <int kLanes>
 struct LaneState {
-  float x1[ResonatorBank::kMaxPasses][kLanes];
-  float x2[ResonatorBank::kMaxPasses][kLanes];
-  float y1[ResonatorBank::kMaxPasses][kLanes];
-  float y2[ResonatorBank::kMaxPasses][kLanes];
+  float x1[kMaxPasses][kLanes];
+  float x2[kMaxPasses][kLanes];
+  float y1[kMaxPasses][kLanes];
+  float y2[kMaxPasses][kLanes];
 };
 
 // The resonator recursion for `count` samples of one input stream, kLanes bands side by
@@ -36,9 +42,10 @@ struct LaneState {
 // all in single precision and in exactly this order, with pass p's output the input of pass
 // p + 1. out[i * kLanes + lane] receives the last pass. The state is held in locals so that
 // it stays in registers; the lane loops are what the compiler vectorises.
-template <int kPasses>
-void ResonateLanes(const float* in, int64_t count, float* out, const LaneCoefficients& coef,
-                   LaneState* state) {
+template <int kLanes, int kPasses>
+inline __attribute__((always_inline)) void ResonateLanes(const float* in, int64_t count, float* out,
+                                                         const LaneCoefficients<kLanes>& coef,
+                                                         LaneState<kLanes>* state) {
   float two_c[kLanes], one_minus[kLanes], alpha[kLanes], one_plus[kLanes];
   float x1[kPasses][kLanes], x2[kPasses][kLanes], y1[kPasses][kLanes], y2[kPasses][kLanes];
   for (int k = 0; k < kLanes; ++k) {
@@ -82,25 +89,71 @@ void ResonateLanes(const float* in, int64_t count, float* out, const LaneCoeffic
   }
 }
 
-using LaneKernel = void (*)(const float*, int64_t, float*, const LaneCoefficients&, LaneState*);
+template <int kLanes>
+using LaneKernel = void (*)(const float*, int64_t, float*, const LaneCoefficients<kLanes>&,
+                            LaneState<kLanes>*);
 
-LaneKernel KernelFor(int passes) {
+// The baseline instruction set of the build (SSE2 on x86-64).
+template <int kPasses>
+void ResonateBase(const float* in, int64_t count, float* out,
+                  const LaneCoefficients<ResonatorBank::kBaseLanes>& coef,
+                  LaneState<ResonatorBank::kBaseLanes>* state) {
+  ResonateLanes<ResonatorBank::kBaseLanes, kPasses>(in, count, out, coef, state);
+}
+
+#ifdef TONEMILL_AVX512_KERNEL
+// The same arithmetic compiled for AVX-512, chosen at run time where the processor has it.
+// The operations and their order are those of the baseline kernel, so are the results.
+template <int kPasses>
+__attribute__((target("avx512f,prefer-vector-width=512"))) void ResonateWide(
+    const float* in, int64_t count, float* out, const LaneCoefficients<ResonatorBank::kWideLanes>& coef,
+    LaneState<ResonatorBank::kWideLanes>* state) {
+  ResonateLanes<ResonatorBank::kWideLanes, kPasses>(in, count, out, coef, state);
+}
+#endif
+
+template <int kLanes>
+LaneKernel<kLanes> KernelFor(int passes);
+
+template <>
+LaneKernel<ResonatorBank::kBaseLanes> KernelFor<ResonatorBank::kBaseLanes>(int passes) {
   switch (passes) {
     case 1:
-      return &ResonateLanes<1>;
+      return &ResonateBase<1>;
     case 2:
-      return &ResonateLanes<2>;
+      return &ResonateBase<2>;
     case 3:
-      return &ResonateLanes<3>;
+      return &ResonateBase<3>;
     case 4:
-      return &ResonateLanes<4>;
+      return &ResonateBase<4>;
     default:
       return nullptr;
   }
 }
 
+template <>
+LaneKernel<ResonatorBank::kWideLanes> KernelFor<ResonatorBank::kWideLanes>(int passes) {
+#ifdef TONEMILL_AVX512_KERNEL
+  switch (passes) {
+    case 1:
+      return &ResonateWide<1>;
+    case 2:
+      return &ResonateWide<2>;
+    case 3:
+      return &ResonateWide<3>;
+    case 4:
+      return &ResonateWide<4>;
+    default:
+      return nullptr;
+  }
+#else
+  return nullptr;
+#endif
+}
+
 // The filtered signal of all lanes for the samples [start, end), interleaved, with the
 // columns read out as soon as every sample they look at is there.
+template <int kLanes>
 class SlidingWindow {
  public:
   SlidingWindow(const ResonatorGrid& grid_, const std::vector<ResonatorBand>& bands_, int lanes_,
@@ -138,8 +191,9 @@ class SlidingWindow {
   void Advance() {
     ReadReady();
     int64_t keep_from = end;
-    if (next_column < grid.num_times)
+    if (next_column < grid.num_times) {
       keep_from = std::max<int64_t>(0, grid.Centre(next_column) - max_period - 1);
+    }
     keep_from = std::min(std::max(keep_from, start), end);
     const int64_t kept = end - keep_from;
     std::memmove(buffer.data(), buffer.data() + (keep_from - start) * kLanes, kept * kLanes * sizeof(float));
@@ -165,18 +219,19 @@ class SlidingWindow {
   int next_column = 0;
 };
 
-}  // namespace
-
-bool ResonatorBank::Fill(int first_band, const std::vector<float>& samples, double sample_rate,
-                         Spectrogram* out, const Spectrogram* q_map) {
-  const LaneKernel kernel = KernelFor(out->filter_passes);
+template <int kLanes>
+bool FillLanes(int first_band, const std::vector<float>& samples, double sample_rate, Spectrogram* out,
+               const Spectrogram* q_map) {
+  const LaneKernel<kLanes> kernel = KernelFor<kLanes>(out->filter_passes);
   if (kernel == nullptr) return false;
   const int lanes = std::min(kLanes, out->num_freqs - first_band);
   if (lanes <= 0) return true;
   const int64_t n = std::llabs(ResonatorGrid::ResonatorBufferLength(samples.size()));
   if (out->num_times < 2 || n < 3) {
-    for (int k = 0; k < lanes; ++k)
-      std::fill(out->amplitudes[first_band + k].begin(), out->amplitudes[first_band + k].end(), 0.0f);
+    for (int k = 0; k < lanes; ++k) {
+      std::vector<float>& row = out->amplitudes[first_band + k];
+      std::fill(row.begin(), row.end(), 0.0f);
+    }
     return true;
   }
 
@@ -185,12 +240,12 @@ bool ResonatorBank::Fill(int first_band, const std::vector<float>& samples, doub
   bands.reserve(kLanes);
   for (int k = 0; k < lanes; ++k) bands.emplace_back(first_band + k, *out, q_map, sample_rate);
 
-  LaneCoefficients coef{};
-  LaneState state{};
+  LaneCoefficients<kLanes> coef{};
+  LaneState<kLanes> state{};
   for (int k = 0; k < kLanes; ++k) coef.one_plus_alpha[k] = 1.0f;  // idle lanes stay finite
   for (int k = 0; k < lanes; ++k) coef.two_c[k] = 2.0f * bands[k].c;
 
-  SlidingWindow window(grid, bands, lanes, out, first_band);
+  SlidingWindow<kLanes> window(grid, bands, lanes, out, first_band);
   for (int t = ResonatorGrid::first_filter_frame - 1; t < grid.num_times; ++t) {
     const int64_t e = grid.SegmentEnd(t);
     if (window.End() > e) continue;
@@ -216,4 +271,26 @@ bool ResonatorBank::Fill(int first_band, const std::vector<float>& samples, doub
   }
   window.ReadReady();
   return true;
+}
+
+bool WideLanesAvailable() {
+#ifdef TONEMILL_AVX512_KERNEL
+  static const bool available = __builtin_cpu_supports("avx512f");
+  return available;
+#else
+  return false;
+#endif
+}
+
+}  // namespace
+
+int ResonatorBank::Lanes() { return WideLanesAvailable() ? kWideLanes : kBaseLanes; }
+
+bool ResonatorBank::Fill(int first_band, const std::vector<float>& samples, double sample_rate,
+                         Spectrogram* out, const Spectrogram* q_map, int lanes) {
+  if (lanes == kWideLanes && WideLanesAvailable()) {
+    return FillLanes<kWideLanes>(first_band, samples, sample_rate, out, q_map);
+  }
+  if (lanes == kBaseLanes) return FillLanes<kBaseLanes>(first_band, samples, sample_rate, out, q_map);
+  return false;
 }
