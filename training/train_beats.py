@@ -78,7 +78,7 @@ def batches(pieces, rng: random.Random, crop: int, batch: int):
             start = rng.randint(0, max(0, features.shape[0] - crop))
             x = np.zeros((crop, NUM_FEATURES), dtype=np.float32)
             y = np.full(crop, -100, dtype=np.int64)  # padding is ignored by the loss
-            piece_x = np.asarray(features[start:start + crop], dtype=np.float32)
+            piece_x = np.array(features[start:start + crop], dtype=np.float32)
             x[:len(piece_x)] = piece_x
             y[:len(piece_x)] = target[start:start + crop]
             xs.append(x)
@@ -86,15 +86,25 @@ def batches(pieces, rng: random.Random, crop: int, batch: int):
         yield torch.from_numpy(np.stack(xs)), torch.from_numpy(np.stack(ys))
 
 
-def evaluate(model, pieces, weight) -> float:
+def evaluate(model, pieces, weight, chunk: int = 3000, batch: int = 16) -> float:
+    """Mean loss per frame over whole pieces, cut into chunks that run side by side."""
+    chunks = []
+    for _, features, target in pieces:
+        for start in range(0, features.shape[0], chunk):
+            x = np.zeros((chunk, NUM_FEATURES), dtype=np.float32)
+            y = np.full(chunk, -100, dtype=np.int64)
+            part = np.array(features[start:start + chunk], dtype=np.float32)
+            x[:len(part)], y[:len(part)] = part, target[start:start + chunk]
+            chunks.append((x, y))
     model.eval()
     loss, frames = 0.0, 0
     with torch.no_grad():
-        for _, features, target in pieces:
-            logits = model(torch.from_numpy(np.asarray(features, dtype=np.float32))[None])
-            loss += nn.functional.cross_entropy(logits[0], torch.from_numpy(target), weight=weight,
+        for i in range(0, len(chunks), batch):
+            x = torch.from_numpy(np.stack([c[0] for c in chunks[i:i + batch]]))
+            y = torch.from_numpy(np.stack([c[1] for c in chunks[i:i + batch]]))
+            loss += nn.functional.cross_entropy(model(x).reshape(-1, 3), y.reshape(-1), weight=weight,
                                                 reduction="sum").item()
-            frames += len(target)
+            frames += int((y >= 0).sum())
     model.train()
     return loss / max(frames, 1)
 
@@ -123,7 +133,8 @@ def train_net(index: int, args) -> None:
         rng.setstate(state["rng"])
         print("net %d: resuming at epoch %d (best validation loss %.4f)" % (index, epoch, best))
     os.makedirs(args.checkpoints, exist_ok=True)
-    while epoch < args.epochs:
+    deadline = time.time() + args.minutes * 60 if args.minutes else float("inf")
+    while epoch < args.epochs and time.time() < deadline:
         started, total, count = time.time(), 0.0, 0
         for x, y in batches(fold, rng, args.crop, args.batch):
             logits = model(x)
@@ -149,9 +160,11 @@ def main() -> int:
     parser.add_argument("--net", type=int, default=0)
     parser.add_argument("--all", action="store_true")
     parser.add_argument("--epochs", type=int, default=30)
-    parser.add_argument("--crop", type=int, default=1500, help="frames per training sequence")
-    parser.add_argument("--batch", type=int, default=8)
-    parser.add_argument("--lr", type=float, default=2e-3)
+    parser.add_argument("--minutes", type=float, default=0, help="time budget per network; 0: none")
+    parser.add_argument("--crop", type=int, default=1000, help="frames per training sequence")
+    parser.add_argument("--batch", type=int, default=32, help="sequences per step: the LSTM steps are "
+                        "sequential, so wide batches are what keeps a CPU busy")
+    parser.add_argument("--lr", type=float, default=3e-3)
     parser.add_argument("--threads", type=int, default=2)
     parser.add_argument("--data", default=os.path.join(HERE, "data", "beats"))
     parser.add_argument("--checkpoints", default=os.path.join(HERE, "checkpoints"))
