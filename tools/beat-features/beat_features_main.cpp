@@ -1,13 +1,16 @@
 // beat-features: writes the beat networks' input, the 314-column feature matrix of an audio
 // file (one float32 row per 10 ms frame), as a .npy file; with --activations, also the
-// ensemble's averaged [no beat, beat, downbeat] rows. The training code reads exactly this.
+// ensemble's averaged [no beat, beat, downbeat] rows; with --beats, the beats that the whole beat
+// stage finds (features, networks and the bar HMM), one "time number" line each, the end-of-song
+// sentinel left out. The training code reads exactly this.
 //
-//   beat-features AUDIO FEATURES.npy [--activations OUT.npy] [--weights beats.safetensors]
-//                 [--threads N]
+//   beat-features AUDIO FEATURES.npy [--activations OUT.npy] [--beats OUT.txt]
+//                 [--weights beats.safetensors] [--threads N]
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -35,7 +38,8 @@ bool WriteRows(const std::string& path, const std::vector<std::vector<float>>& r
 }
 
 int Usage() {
-  std::cerr << "usage: beat-features AUDIO FEATURES.npy [--activations OUT.npy] [--weights FILE] [--threads N]\n";
+  std::cerr << "usage: beat-features AUDIO FEATURES.npy [--activations OUT.npy] [--beats OUT.txt] "
+               "[--weights FILE] [--threads N]\n";
   return 2;
 }
 
@@ -43,13 +47,14 @@ int Usage() {
 
 int main(int argc, char** argv) {
   QCoreApplication app(argc, argv);
-  std::string audio_path, features_path, activations_path, weights_path = DefaultBeatWeightsPath();
+  std::string audio_path, features_path, activations_path, beats_path, weights_path = DefaultBeatWeightsPath();
   int threads = 2;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if ((arg == "--activations" || arg == "--weights" || arg == "--threads") && i + 1 < argc) {
+    if ((arg == "--activations" || arg == "--beats" || arg == "--weights" || arg == "--threads") && i + 1 < argc) {
       const std::string value = argv[++i];
       if (arg == "--activations") activations_path = value;
+      if (arg == "--beats") beats_path = value;
       if (arg == "--weights") weights_path = value;
       if (arg == "--threads") threads = std::max(1, std::atoi(value.c_str()));
     } else if (audio_path.empty()) {
@@ -94,6 +99,22 @@ int main(int argc, char** argv) {
       return 1;
     }
     if (!WriteRows(activations_path, output.data[0], BiBeatNet::kOutputs)) return 1;
+  }
+
+  if (!beats_path.empty()) {
+    job->thread_count = threads;
+    DownbeatDetector stage;
+    stage.weights_path = weights_path;
+    QObject::connect(&stage, &DownbeatDetector::Message, [](std::string text, bool) { std::cerr << text << "\n"; });
+    stage.Calculate(job);
+    if (job->cancelled) return 1;
+    std::ofstream out(beats_path);
+    out.precision(10);
+    for (size_t i = 0; i + 1 < job->beats.size(); ++i) out << job->beats[i].time << " " << job->beats[i].number << "\n";
+    if (!out) {
+      std::cerr << "beat-features: cannot write " << beats_path << "\n";
+      return 1;
+    }
   }
   return 0;
 }
