@@ -34,29 +34,42 @@ void Split(const kiss_fft_cpx* in, int bins, int padded, float* out) {
   }
 }
 
+// kBlocks * 8 bins [k, k + 8 * kBlocks) of AccumulateSpectra; independent sums per block
+// hide the latency of the additions.
+template <int kBlocks>
+inline __attribute__((always_inline)) void SpectraBlock(const float* x, const float* w, int inputs,
+                                                        int padded, int k, float* acc) {
+  Vec8 re[kBlocks], im[kBlocks];
+  for (int b = 0; b < kBlocks; ++b) re[b] = im[b] = Vec8{};
+  const float* xi = x + k;
+  const float* wi = w + k;
+  for (int i = 0; i < inputs; ++i, xi += 2 * padded, wi += 2 * padded) {
+    for (int b = 0; b < kBlocks; ++b) {
+      const Vec8 xr = *reinterpret_cast<const UnalignedVec8*>(xi + 8 * b);
+      const Vec8 xm = *reinterpret_cast<const UnalignedVec8*>(xi + padded + 8 * b);
+      const Vec8 wr = *reinterpret_cast<const UnalignedVec8*>(wi + 8 * b);
+      const Vec8 wm = *reinterpret_cast<const UnalignedVec8*>(wi + padded + 8 * b);
+      re[b] += xr * wr - xm * wm;
+      im[b] += xr * wm + xm * wr;
+    }
+  }
+  for (int b = 0; b < kBlocks; ++b) {
+    *reinterpret_cast<UnalignedVec8*>(acc + k + 8 * b) = re[b];
+    *reinterpret_cast<UnalignedVec8*>(acc + padded + k + 8 * b) = im[b];
+  }
+}
+
 // acc = the sum over input channels i, in ascending order, of x_i * w_i per bin, complex
-// and in float: acc += (x.r * w.r - x.i * w.i, x.r * w.i + x.i * w.r). x_i lies `x_stride`
-// floats after x_(i - 1); the kernels lie one after the other. All arrays are split
-// [real bins][imaginary bins], `padded` bins each, a multiple of eight. Each lane is one bin.
+// and in float: acc += (x.r * w.r - x.i * w.i, x.r * w.i + x.i * w.r). The spectra of the
+// inputs lie one after the other, and so do the kernels'. All are split [real bins]
+// [imaginary bins], `padded` bins each, a multiple of eight. Each lane is one bin.
 #if defined(__x86_64__) && defined(__GNUC__)
 __attribute__((target_clones("avx2", "default")))
 #endif
-void AccumulateSpectra(const float* x, size_t x_stride, const float* w, int inputs, int padded, float* acc) {
-  for (int k = 0; k < padded; k += kVectorBins) {
-    Vec8 re = Vec8{}, im = Vec8{};
-    const float* xi = x + k;
-    const float* wi = w + k;
-    for (int i = 0; i < inputs; ++i, xi += x_stride, wi += 2 * padded) {
-      const Vec8 xr = *reinterpret_cast<const UnalignedVec8*>(xi);
-      const Vec8 xm = *reinterpret_cast<const UnalignedVec8*>(xi + padded);
-      const Vec8 wr = *reinterpret_cast<const UnalignedVec8*>(wi);
-      const Vec8 wm = *reinterpret_cast<const UnalignedVec8*>(wi + padded);
-      re += xr * wr - xm * wm;
-      im += xr * wm + xm * wr;
-    }
-    *reinterpret_cast<UnalignedVec8*>(acc + k) = re;
-    *reinterpret_cast<UnalignedVec8*>(acc + padded + k) = im;
-  }
+void AccumulateSpectra(const float* x, const float* w, int inputs, int padded, float* acc) {
+  int k = 0;
+  for (; k + 4 * kVectorBins <= padded; k += 4 * kVectorBins) SpectraBlock<4>(x, w, inputs, padded, k, acc);
+  for (; k < padded; k += kVectorBins) SpectraBlock<1>(x, w, inputs, padded, k, acc);
 }
 
 }  // namespace
@@ -228,7 +241,7 @@ void FFTConv::TransformInput(const Tensor& input) {
       }
       kiss_fftr(forward.state, real.data(), transform.data());
       Split(transform.data(), fft_size / 2 + 1, padded_bins,
-            &input_ffts[(static_cast<size_t>(i) * lines + line) * 2 * padded_bins]);
+            &input_ffts[(static_cast<size_t>(line) * channels + i) * 2 * padded_bins]);
     }
   }
 }
@@ -252,9 +265,8 @@ void FFTConv::CalculateChannel(const std::vector<const Tensor*>& inputs, int cha
   const float scale = static_cast<float>(fft_size);
   const float* kernel_spectra = &split_weight_ffts[static_cast<size_t>(channel) * shape[1] * 2 * padded_bins];
   for (int line = 0; line < std::min(lines, out_lines); ++line) {
-    AccumulateSpectra(&input_ffts[static_cast<size_t>(line) * 2 * padded_bins],
-                      static_cast<size_t>(lines) * 2 * padded_bins, kernel_spectra, channels, padded_bins,
-                      accumulator.data());
+    AccumulateSpectra(&input_ffts[static_cast<size_t>(line) * channels * 2 * padded_bins], kernel_spectra,
+                      channels, padded_bins, accumulator.data());
     for (int k = 0; k < bins; ++k) spectrum[k] = kiss_fft_cpx{accumulator[k], accumulator[padded_bins + k]};
     kiss_fftri(inverse.state, spectrum.data(), real.data());
     for (float& v : real) v /= scale;

@@ -60,7 +60,7 @@ class FFTConv : public Layer {
   // Real and imaginary parts apart, so that the products vectorise: the kernels' transforms
   // [output][input][part][bin], and each input channel's lines transformed once per call
   // instead of once per output channel (the same transform of the same numbers, so the
-  // results do not change) [input][line][part][bin].
+  // results do not change) [line][input][part][bin].
   std::vector<float> split_weight_ffts;
   std::vector<float> input_ffts;
 };
