@@ -194,6 +194,7 @@ void JobProcessor::LoadTmpj(const QString& filename, JobPtr job) {
 void JobProcessor::CompleteAlternateFile(JobPtr job) {
   if (job->cancelled) return;
   job->cli_modifiers.Set(job.get());
+  emit SpectrogramReady(true, true, &job->display_spectrogram);
   job->notes_ready = true;
   emit NotesReady(job);
   SaveJobOutput(job);
