@@ -83,27 +83,17 @@ std::vector<float> Mixture(double seconds) {
   return samples;
 }
 
-TEST(ResonatorBank, MatchesTheReferenceWithAFixedQ) {
+TEST(ResonatorBank, MatchesTheReferenceBitForBit) {
   const std::vector<float> samples = Mixture(0.8);
-  // 88 bands: five full groups of lanes and a partial one; an odd column step.
+  // 88 bands: full groups of lanes and a partial one; an odd column step.
   ExpectBankMatchesReference(samples, Grid(0.0137, 0.8, 1.0, 2, 12.0), nullptr);
-}
-
-TEST(ResonatorBank, MatchesTheReferenceThroughAQMap) {
-  const std::vector<float> samples = Mixture(0.8);
+  // Q from a map, interpolated in both directions.
   const Spectrogram q_map = RandomQMap(0.8);
   ExpectBankMatchesReference(samples, Grid(0.01, 0.8, 1.0, 2, 12.0), &q_map);
-}
-
-TEST(ResonatorBank, MatchesTheReferenceForOtherPassCountsAndResolutions) {
-  const std::vector<float> samples = Mixture(0.5);
+  // Other pass counts and the preview's resolution.
   ExpectBankMatchesReference(samples, Grid(0.005, 0.5, 0.602, 1, 5.0), nullptr);
   ExpectBankMatchesReference(samples, Grid(0.02, 0.5, 0.602, 3, 5.0), nullptr);
-}
-
-TEST(ResonatorBank, MatchesTheReferenceWhenTheSongOutlastsTheColumns) {
-  // The grid stops at 0.3 s of a 0.5 s signal: the last column filters to the end.
-  const std::vector<float> samples = Mixture(0.5);
+  // A grid that ends before the signal: the last column filters to the end.
   ExpectBankMatchesReference(samples, Grid(0.01, 0.3, 1.0, 2, 12.0), nullptr);
 }
 

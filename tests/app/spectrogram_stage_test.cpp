@@ -70,25 +70,6 @@ TEST_F(SpectrogramStageTest, CalculatesTheGridsAndPassesTheirAnnouncementsOn) {
   EXPECT_NEAR(fractions.back(), 0.04 + 0.115 + 0.075 + 0.27, 1e-9);
 }
 
-TEST_F(SpectrogramStageTest, RecalculatesAtTheWishedResolution) {
-  ASSERT_TRUE(processor->CalculateSpectrogram(false, job));
-  job->freqs_per_note = 6;
-  job->time_step = 20;
-  announced.clear();
-  ASSERT_TRUE(processor->CalculateSpectrogram(true, job));
-  EXPECT_EQ(job->display_spectrogram.num_freqs, 528);
-  EXPECT_EQ(job->display_spectrogram.num_times, 30);
-  ASSERT_EQ(announced.size(), 1u);
-  EXPECT_EQ(announced[0],
-            std::make_tuple(true, false, static_cast<const Spectrogram*>(&job->display_spectrogram)));
-}
-
-TEST_F(SpectrogramStageTest, ACancelledJobReportsFailure) {
-  TranscriptionJob::Cancel(job);
-  EXPECT_FALSE(processor->CalculateSpectrogram(false, job));
-  EXPECT_TRUE(announced.empty());
-}
-
 TEST_F(SpectrogramStageTest, ExportWritesTheMainGridIntoANewFolderWithTheExtension) {
   ASSERT_TRUE(processor->CalculateSpectrogram(false, job));
   QTemporaryDir out;
@@ -116,14 +97,6 @@ TEST_F(SpectrogramStageTest, AnUnwritableTargetIsReportedAndTheJobGoesOn) {
             manager->language.FILE_WRITE_FAILED + out.filePath("blocked/grid.csv").toStdString());
   EXPECT_EQ(log.back(), "Failed to open spectrogram file");
   EXPECT_FALSE(job->cancelled);
-}
-
-TEST_F(SpectrogramStageTest, NothingIsWrittenForACancelledJob) {
-  QTemporaryDir out;
-  job->spectrogram_filename = out.filePath("grid.csv");
-  TranscriptionJob::Cancel(job);
-  processor->ExportSpectrogramCsv(job);
-  EXPECT_FALSE(QFile::exists(out.filePath("grid.csv")));
 }
 
 }  // namespace

@@ -33,6 +33,10 @@ TEST(SpectrogramFrequencies, FourBandsPerNoteCentreEveryKeyTwoBandsUp) {
   EXPECT_NEAR(grid.freqs_per_octave, 48.0, 1e-3);
   EXPECT_DOUBLE_EQ(grid.lowest_key_position, 2.5 / 352.0);
   EXPECT_DOUBLE_EQ(grid.highest_key_position, 350.5 / 352.0);
+  ASSERT_EQ(grid.harmonic_offsets.size(), 20u);
+  EXPECT_EQ(grid.harmonic_offsets[0], 0.0);
+  EXPECT_NEAR(grid.harmonic_offsets[3], 2.0 * grid.freqs_per_octave, 1e-12);  // the fourth harmonic
+  EXPECT_NEAR(grid.harmonic_offsets[19], grid.freqs_per_octave * std::log2(20.0), 1e-9);
 }
 
 TEST(SpectrogramFrequencies, OneAndFractionalBandsPerNote) {
@@ -47,15 +51,6 @@ TEST(SpectrogramFrequencies, OneAndFractionalBandsPerNote) {
   EXPECT_DOUBLE_EQ(preview.lowest_key_position, 0.5 / 53.0);
   // The top key lies 87 * 0.602 = 52.374 bands up, beyond the last band.
   EXPECT_NEAR(preview.frequencies[52], 27.5 * std::pow(4186.0 / 27.5, 52.0 / 52.374), 1e-6);
-}
-
-TEST(SpectrogramFrequencies, HarmonicOffsetsAreOctavesTimesLogOfTheHarmonic) {
-  const Spectrogram grid = Grid(0.01, 0.0, 1.0, 4.0);
-  ASSERT_EQ(grid.harmonic_offsets.size(), 20u);
-  EXPECT_EQ(grid.harmonic_offsets[0], 0.0);
-  EXPECT_NEAR(grid.harmonic_offsets[1], grid.freqs_per_octave, 1e-12);
-  EXPECT_NEAR(grid.harmonic_offsets[3], 2.0 * grid.freqs_per_octave, 1e-12);
-  EXPECT_NEAR(grid.harmonic_offsets[19], grid.freqs_per_octave * std::log2(20.0), 1e-9);
 }
 
 TEST(SpectrogramTimes, DropsTheLastPartialStepAndKeepsOneColumnAtLeast) {
@@ -184,19 +179,6 @@ TEST(SpectrogramClose, FreesTheDataAndKeepsTheConfiguration) {
   grid.Initialize(0.0, 0.1, 1.0);
   EXPECT_EQ(grid.num_freqs, 88);
   EXPECT_EQ(grid.num_times, 10);
-}
-
-TEST(SpectrogramStatistics, CopyStatisticsTakesPercentsAndValues) {
-  Spectrogram source = Grid(0.01, 0.0, 0.1, 1.0);
-  source.amplitudes[0][0] = 4.0f;
-  source.CalculateStatistics();
-  Spectrogram copy;
-  copy.CopyStatistics(source);
-  EXPECT_TRUE(copy.statistics_ready);
-  EXPECT_EQ(copy.percentile_low, 97.0f);
-  EXPECT_EQ(copy.percentile_high, 98.0f);
-  EXPECT_EQ(copy.max_amplitude, 4.0f);
-  EXPECT_EQ(copy.percentile_high_value, source.percentile_high_value);
 }
 
 }  // namespace
