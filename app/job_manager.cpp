@@ -9,6 +9,7 @@
 #include <exception>
 #include <iostream>
 
+#include "nn/cuda_library.h"
 #include "platform/constants.h"
 
 JobManager::JobManager(bool headless_, const QString& data_folder, const QString& app_dir_override)
@@ -182,7 +183,7 @@ bool JobManager::StartupTasks() {
           ", volume=" + QString::number(p.volume) + ", color_map_idx=" + QString::number(p.color_map_idx) +
           ", os=" + QSysInfo::prettyProductName() + QString(", build_os=%1").arg(Constants::build_os) +
           ", app_data=" + paths.data_path + ", install_dir=" + paths.app_path +
-          ", library_location=" + QCoreApplication::applicationDirPath() + QString(", cuda=%1").arg(0) +
+          ", library_location=" + QCoreApplication::applicationDirPath() + QString(", cuda=%1").arg(CudaIsAvailable()) +
           web_resources);
   return false;
 }
