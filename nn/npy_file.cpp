@@ -4,6 +4,8 @@
 #include <fstream>
 #include <limits>
 
+#include "platform/file_bytes.h"
+
 namespace {
 
 const char kMagic[] = "\x93NUMPY";
@@ -68,20 +70,10 @@ bool ParseShape(const std::string& text, std::vector<int64_t>* shape) {
 
 bool NpyFile::Read(const std::string& path, std::vector<int64_t>* shape, std::vector<float>* values,
                    std::string* error) {
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) {
-    *error = Problem(path, "cannot be opened");
-    return false;
-  }
-  const std::streamoff size = in.tellg();
-  if (size < 0 || static_cast<uint64_t>(size) > kMaxFileBytes) {
-    *error = Problem(path, "unreadable size or larger than " + std::to_string(kMaxFileBytes) + " bytes");
-    return false;
-  }
-  std::vector<uint8_t> bytes(static_cast<size_t>(size));
-  in.seekg(0);
-  if (size > 0 && !in.read(reinterpret_cast<char*>(bytes.data()), size)) {
-    *error = Problem(path, "read failed");
+  std::vector<uint8_t> bytes;
+  std::string problem;
+  if (!ReadFileBytes(path, kMaxFileBytes, &bytes, &problem)) {
+    *error = Problem(path, problem);
     return false;
   }
   return Parse(bytes, path, shape, values, error);

@@ -5,6 +5,8 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 
+#include "platform/file_bytes.h"
+
 namespace {
 
 uint64_t DtypeBytes(const std::string& dtype) {
@@ -29,20 +31,10 @@ std::string SafetensorsFile::Problem(const std::string& what) const {
 
 bool SafetensorsFile::Open(const std::string& path, std::string* error) {
   path_ = path;
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) {
-    *error = Problem("cannot be opened (missing or unreadable)");
-    return false;
-  }
-  const std::streamoff size = in.tellg();
-  if (size < 0 || static_cast<uint64_t>(size) > kMaxFileBytes) {
-    *error = Problem("unreadable size or larger than " + std::to_string(kMaxFileBytes) + " bytes");
-    return false;
-  }
-  std::vector<uint8_t> bytes(static_cast<size_t>(size));
-  in.seekg(0);
-  if (size > 0 && !in.read(reinterpret_cast<char*>(bytes.data()), size)) {
-    *error = Problem("read failed");
+  std::vector<uint8_t> bytes;
+  std::string problem;
+  if (!ReadFileBytes(path, kMaxFileBytes, &bytes, &problem)) {
+    *error = Problem(problem);
     return false;
   }
   return Parse(std::move(bytes), path, error);

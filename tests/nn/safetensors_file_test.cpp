@@ -9,11 +9,12 @@
 namespace {
 
 std::vector<uint8_t> FileBytes(const std::string& header, const std::vector<uint8_t>& data) {
-  std::vector<uint8_t> bytes(8);
   const uint64_t length = header.size();
-  for (int i = 0; i < 8; ++i) bytes[i] = static_cast<uint8_t>(length >> (8 * i));
-  bytes.insert(bytes.end(), header.begin(), header.end());
-  bytes.insert(bytes.end(), data.begin(), data.end());
+  std::vector<uint8_t> bytes;
+  bytes.reserve(8 + header.size() + data.size());
+  for (int i = 0; i < 8; ++i) bytes.push_back(static_cast<uint8_t>(length >> (8 * i)));
+  for (char c : header) bytes.push_back(static_cast<uint8_t>(c));
+  for (uint8_t b : data) bytes.push_back(b);
   return bytes;
 }
 
