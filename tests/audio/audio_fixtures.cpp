@@ -36,7 +36,9 @@ void Put32(std::vector<std::uint8_t>* out, std::uint32_t v) {
   Put16(out, v & 0xFFFF);
   Put16(out, v >> 16);
 }
-void PutTag(std::vector<std::uint8_t>* out, const char* tag) { out->insert(out->end(), tag, tag + 4); }
+void PutTag(std::vector<std::uint8_t>* out, const char* tag) {
+  for (int i = 0; i < 4; ++i) out->push_back(static_cast<std::uint8_t>(tag[i]));
+}
 
 void PutSample(std::vector<std::uint8_t>* out, float value, int format_tag, int bits) {
   const double v = std::max(-1.0, std::min(1.0, static_cast<double>(value)));

@@ -47,7 +47,7 @@ Bytes Track(const Bytes& body) {
                  static_cast<uint8_t>(body.size() >> 16),
                  static_cast<uint8_t>(body.size() >> 8),
                  static_cast<uint8_t>(body.size())};
-  chunk.insert(chunk.end(), body.begin(), body.end());
+  for (uint8_t b : body) chunk.push_back(b);
   return chunk;
 }
 

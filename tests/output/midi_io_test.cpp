@@ -91,8 +91,9 @@ TEST_F(MidiExportTest, ConstantTempoPutsEachOnsetAtItsStartTimeToTheTick) {
   // Read back through the tempo map, an onset lies within half a tick of its start time.
   const MidiEventList& track = (*file_)[1];
   for (int i = 0; i < track.size(); ++i) {
-    if (track[i].getKeyNumber() == 61 && track[i].isNoteOn())
+    if (track[i].getKeyNumber() == 61 && track[i].isNoteOn()) {
       EXPECT_NEAR(track[i].seconds, 1.2345, 1.0 / 480);
+    }
   }
   EXPECT_EQ(Tempos(), (std::vector<std::pair<int, double>>{{0, 120.0}}));
   EXPECT_EQ((*file_)[0][0].getMetaType(), 0x58) << "the time signature comes first";
@@ -161,8 +162,11 @@ TEST_F(MidiExportTest, AutoTempoMapHasATempoAtEveryBeat) {
   }
   EXPECT_EQ(NotesInFile(), (std::vector<FileNote>{{1, 60, 24, 48, 64}}));
   const MidiEventList& track = (*file_)[1];
-  for (int i = 0; i < track.size(); ++i)
-    if (track[i].isNoteOn()) EXPECT_NEAR(track[i].seconds, 0.6, 1e-3);
+  for (int i = 0; i < track.size(); ++i) {
+    if (track[i].isNoteOn()) {
+      EXPECT_NEAR(track[i].seconds, 0.6, 1e-3);
+    }
+  }
 }
 
 TEST_F(MidiExportTest, RoundedTimingUsesTheGrid) {

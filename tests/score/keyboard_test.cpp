@@ -28,7 +28,9 @@ TEST(KeyboardTable, OtherEntriesAreEqualTemperamentToFiveSignificantDigits) {
   for (int k = 0; k < 88; ++k) {
     const double exact = 440.0 * std::pow(2.0, (k - 48) / 12.0);
     EXPECT_NEAR(keys[k] / exact, 1.0, 2e-4) << "key " << k;
-    if (k > 0) EXPECT_GT(keys[k], keys[k - 1]);
+    if (k > 0) {
+      EXPECT_GT(keys[k], keys[k - 1]);
+    }
   }
 }
 
