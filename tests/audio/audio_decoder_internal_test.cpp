@@ -49,17 +49,17 @@ TEST(SetResult, APartialLastFrameIsDropped) {
 
 TEST(SetResult, WavPeakRulesHoldThroughLoadFile) {
   QTemporaryDir dir;
-  WavSpec spec;
-  spec.format_tag = 3;
-  spec.bits = 32;
-  spec.channels = 1;
+  WavLayout layout;
+  layout.format_tag = 3;
+  layout.bits = 32;
+  layout.channels = 1;
   const std::string loud = dir.filePath("loud.wav").toStdString();
-  WriteFile(loud, MakeWav(spec, {0.0f, 1.5f, -0.75f, 0.75f}));
+  WriteFile(loud, MakeWav(layout, {0.0f, 1.5f, -0.75f, 0.75f}));
   AudioDecoderInternal decoder;
   ASSERT_TRUE(decoder.LoadFile(loud));
   EXPECT_EQ(decoder.data, (std::vector<std::int16_t>{0, 32767, -16383, 16383}));
   const std::string quiet = dir.filePath("quiet.wav").toStdString();
-  WriteFile(quiet, MakeWav(spec, {0.0f, 0.25f, -0.25f}));
+  WriteFile(quiet, MakeWav(layout, {0.0f, 0.25f, -0.25f}));
   ASSERT_TRUE(decoder.LoadFile(quiet));
   EXPECT_EQ(decoder.data, (std::vector<std::int16_t>{0, 8191, -8191}));
 }

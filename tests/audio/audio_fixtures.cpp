@@ -66,52 +66,52 @@ void PutSample(std::vector<std::uint8_t>* out, float value, int format_tag, int 
   }
 }
 
-void PutFormatChunk(std::vector<std::uint8_t>* out, const WavSpec& spec) {
-  const int block_align = spec.channels * spec.bits / 8;
+void PutFormatChunk(std::vector<std::uint8_t>* out, const WavLayout& layout) {
+  const int block_align = layout.channels * layout.bits / 8;
   PutTag(out, "fmt ");
-  Put32(out, spec.extensible ? 40 : 16);
-  Put16(out, spec.extensible ? 0xFFFE : spec.format_tag);
-  Put16(out, spec.channels);
-  Put32(out, spec.sample_rate);
-  Put32(out, spec.sample_rate * block_align);
+  Put32(out, layout.extensible ? 40 : 16);
+  Put16(out, layout.extensible ? 0xFFFE : layout.format_tag);
+  Put16(out, layout.channels);
+  Put32(out, layout.sample_rate);
+  Put32(out, layout.sample_rate * block_align);
   Put16(out, block_align);
-  Put16(out, spec.bits);
-  if (spec.extensible) {
+  Put16(out, layout.bits);
+  if (layout.extensible) {
     Put16(out, 22);
-    Put16(out, spec.bits);
+    Put16(out, layout.bits);
     Put32(out, 0);
     // KSDATAFORMAT_SUBTYPE_PCM / _IEEE_FLOAT: the tag, then a fixed tail.
     static const std::uint8_t kGuidTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
                                                0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
-    Put16(out, spec.format_tag);
+    Put16(out, layout.format_tag);
     out->insert(out->end(), kGuidTail, kGuidTail + 14);
   }
 }
 
 }  // namespace
 
-std::vector<std::uint8_t> MakeWav(const WavSpec& spec, const std::vector<float>& samples) {
+std::vector<std::uint8_t> MakeWav(const WavLayout& layout, const std::vector<float>& samples) {
   std::vector<std::uint8_t> body;
   std::vector<std::uint8_t> sample_bytes;
-  for (float s : samples) PutSample(&sample_bytes, s, spec.format_tag, spec.bits);
+  for (float s : samples) PutSample(&sample_bytes, s, layout.format_tag, layout.bits);
 
-  if (!spec.format_after_data) PutFormatChunk(&body, spec);
-  if (spec.odd_chunk_before_data) {
+  if (!layout.format_after_data) PutFormatChunk(&body, layout);
+  if (layout.odd_chunk_before_data) {
     PutTag(&body, "junk");
     Put32(&body, 3);
     body.insert(body.end(), {'a', 'b', 'c', 0});
   }
   PutTag(&body, "data");
-  Put32(&body, spec.declared_data_bytes >= 0 ? static_cast<std::uint32_t>(spec.declared_data_bytes)
+  Put32(&body, layout.declared_data_bytes >= 0 ? static_cast<std::uint32_t>(layout.declared_data_bytes)
                                              : static_cast<std::uint32_t>(sample_bytes.size()));
   body.insert(body.end(), sample_bytes.begin(), sample_bytes.end());
   if (sample_bytes.size() & 1) body.push_back(0);
-  if (spec.chunk_after_data) {
+  if (layout.chunk_after_data) {
     PutTag(&body, "LIST");
     Put32(&body, 5);
     body.insert(body.end(), {'I', 'N', 'F', 'O', 'x', 0});
   }
-  if (spec.format_after_data) PutFormatChunk(&body, spec);
+  if (layout.format_after_data) PutFormatChunk(&body, layout);
 
   std::vector<std::uint8_t> file;
   PutTag(&file, "RIFF");
@@ -125,10 +125,10 @@ std::vector<std::uint8_t> MakeWav16(int channels, int sample_rate, const std::ve
   std::vector<float> as_float;
   as_float.reserve(samples.size());
   for (std::int16_t s : samples) as_float.push_back(s / 32767.0f);
-  WavSpec spec;
-  spec.channels = channels;
-  spec.sample_rate = sample_rate;
-  return MakeWav(spec, as_float);
+  WavLayout layout;
+  layout.channels = channels;
+  layout.sample_rate = sample_rate;
+  return MakeWav(layout, as_float);
 }
 
 namespace {

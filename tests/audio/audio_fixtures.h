@@ -11,7 +11,7 @@ namespace audio_fixtures {
 // Interleaved sines, channel c at 220 * (c + 2) Hz, amplitude `amplitude`.
 std::vector<float> Tone(int sample_rate, int channels, double seconds, double amplitude);
 
-struct WavSpec {
+struct WavLayout {
   int channels = 2;
   int sample_rate = 44100;
   int format_tag = 1;  // 1 PCM, 3 IEEE float
@@ -23,8 +23,8 @@ struct WavSpec {
   std::int64_t declared_data_bytes = -1;  // overrides the data chunk size
 };
 
-// A WAV file holding `samples` (interleaved, -1 to 1) in the layout of `spec`.
-std::vector<std::uint8_t> MakeWav(const WavSpec& spec, const std::vector<float>& samples);
+// A WAV file holding `samples` (interleaved, -1 to 1) in the given sample layout.
+std::vector<std::uint8_t> MakeWav(const WavLayout& layout, const std::vector<float>& samples);
 // A 16-bit PCM WAV holding exactly `samples`.
 std::vector<std::uint8_t> MakeWav16(int channels, int sample_rate, const std::vector<std::int16_t>& samples);
 

@@ -209,16 +209,16 @@ class WavLayoutTest : public testing::TestWithParam<WavCase> {};
 
 TEST_P(WavLayoutTest, DecodesSampleValues) {
   const WavCase& c = GetParam();
-  WavSpec spec;
-  spec.format_tag = c.format_tag;
-  spec.bits = c.bits;
-  spec.extensible = c.extensible;
-  spec.channels = 2;
-  spec.sample_rate = 48000;
+  WavLayout layout;
+  layout.format_tag = c.format_tag;
+  layout.bits = c.bits;
+  layout.extensible = c.extensible;
+  layout.channels = 2;
+  layout.sample_rate = 48000;
   const std::vector<float> source = Tone(48000, 2, 0.05, 0.9);
   nqr::NyquistIO io;
   nqr::AudioData data;
-  io.Load(&data, "wav", MakeWav(spec, source));
+  io.Load(&data, "wav", MakeWav(layout, source));
   EXPECT_EQ(data.sample_rate, 48000);
   EXPECT_EQ(data.channel_count, 2);
   ASSERT_EQ(data.samples.size(), source.size());
@@ -251,14 +251,14 @@ class WavStructureTest : public testing::Test {
 };
 
 TEST_F(WavStructureTest, ChunksAreWalkedWithPadBytesInAnyOrder) {
-  WavSpec spec;
-  spec.odd_chunk_before_data = true;
-  spec.chunk_after_data = true;
-  EXPECT_EQ(Frames(MakeWav(spec, tone)), 441);
-  spec.format_after_data = true;
-  EXPECT_EQ(Frames(MakeWav(spec, tone)), 441);
+  WavLayout layout;
+  layout.odd_chunk_before_data = true;
+  layout.chunk_after_data = true;
+  EXPECT_EQ(Frames(MakeWav(layout, tone)), 441);
+  layout.format_after_data = true;
+  EXPECT_EQ(Frames(MakeWav(layout, tone)), 441);
   // An odd-sized data chunk (8-bit mono, odd frame count) is followed by its pad byte.
-  WavSpec odd;
+  WavLayout odd;
   odd.channels = 1;
   odd.bits = 8;
   odd.chunk_after_data = true;
@@ -266,18 +266,18 @@ TEST_F(WavStructureTest, ChunksAreWalkedWithPadBytesInAnyOrder) {
 }
 
 TEST_F(WavStructureTest, DataSizeBeyondTheFileKeepsTheWholeFramesPresent) {
-  WavSpec spec;
-  spec.declared_data_bytes = 1 << 30;
-  EXPECT_EQ(Frames(MakeWav(spec, tone)), 441);
-  spec.declared_data_bytes = 0xFFFFFFFF;  // the size a streaming recorder leaves
-  EXPECT_EQ(Frames(MakeWav(spec, tone)), 441);
-  std::vector<std::uint8_t> cut = MakeWav(WavSpec{}, tone);
+  WavLayout layout;
+  layout.declared_data_bytes = 1 << 30;
+  EXPECT_EQ(Frames(MakeWav(layout, tone)), 441);
+  layout.declared_data_bytes = 0xFFFFFFFF;  // the size a streaming recorder leaves
+  EXPECT_EQ(Frames(MakeWav(layout, tone)), 441);
+  std::vector<std::uint8_t> cut = MakeWav(WavLayout{}, tone);
   cut.resize(cut.size() - 3);  // the last frame loses 3 of its 4 bytes
   EXPECT_EQ(Frames(cut), 440);
 }
 
 TEST_F(WavStructureTest, ImpossibleHeadersAreRefused) {
-  const std::vector<std::uint8_t> good = MakeWav(WavSpec{}, tone);
+  const std::vector<std::uint8_t> good = MakeWav(WavLayout{}, tone);
   auto patched = [&](std::size_t offset, std::vector<std::uint8_t> value) {
     std::vector<std::uint8_t> bytes = good;
     std::copy(value.begin(), value.end(), bytes.begin() + static_cast<long>(offset));
@@ -323,7 +323,7 @@ TEST(NyquistIO, ReportsWhyItCannotLoad) {
 TEST(NyquistIO, AWavFileNamedMp3IsNotDecodedAsNoise) {
   QTemporaryDir dir;
   const std::string path = dir.filePath("lying.mp3").toStdString();
-  WriteFile(path, MakeWav(WavSpec{}, Tone(44100, 2, 0.2, 0.5)));
+  WriteFile(path, MakeWav(WavLayout{}, Tone(44100, 2, 0.2, 0.5)));
   AudioDecoderInternal internal;
   EXPECT_FALSE(internal.LoadFile(path));
   // The OS route probes the content and finds the WAV.

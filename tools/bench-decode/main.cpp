@@ -79,8 +79,8 @@ int main(int argc, char** argv) {
   {
     const std::vector<float> audio = MusicLike(seconds);
     auto path = [&](const char* name) { return dir.filePath(name).toStdString(); };
-    WavSpec spec;
-    WriteFile(path("bench.wav"), MakeWav(spec, audio));
+    WavLayout layout;
+    WriteFile(path("bench.wav"), MakeWav(layout, audio));
     files.push_back({"wav", path("bench.wav")});
     struct Encoding {
       const char* label;
