@@ -8,29 +8,12 @@
 
 #include "analysis/downbeat_detector.h"
 #include "nn/npy_file.h"
-
-namespace {
-
-// A Python with NumPy: $TONEMILL_PYTHON, Debian's, then the one on PATH.
-QString PythonWithNumpy() {
-  QStringList candidates;
-  if (const char* env = std::getenv("TONEMILL_PYTHON"); env && *env) candidates << env;
-  candidates << "/usr/bin/python3" << "python3";
-  for (const QString& python : candidates) {
-    QProcess probe;
-    probe.start(python, {"-c", "import numpy"});
-    if (probe.waitForFinished(60000) && probe.exitStatus() == QProcess::NormalExit && probe.exitCode() == 0)
-      return python;
-  }
-  return QString();
-}
-
-}  // namespace
+#include "tests/support/python_modules.h"
 
 // The NumPy front end of training/reference, on the bundled example recording, must give the
 // features that the detector computes from the same samples.
 TEST(BeatFeaturesReferenceTest, MatchesTheNumpyFrontEndOnARealFile) {
-  const QString python = PythonWithNumpy();
+  const QString python = PythonWithModules("numpy");
   if (python.isEmpty()) {
     std::cout << "[ NOTICE   ] NumPy is not installed: the beat features were NOT compared with the NumPy "
                  "reference (scripts/test.sh installs python3-numpy)."

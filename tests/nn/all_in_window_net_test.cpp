@@ -11,6 +11,7 @@
 
 #include "nn/note_net_weights.h"
 #include "nn/npy_file.h"
+#include "tests/support/python_modules.h"
 
 namespace {
 
@@ -97,25 +98,11 @@ TEST_F(AllInWindowNetTest, ThreadsAndSeparateNetworksAgree) {
   EXPECT_EQ(nets[0].Process(*input).data, output->data);
 }
 
-// Finds a Python with PyTorch and NumPy: $TONEMILL_PYTHON, Debian's, then the one on PATH.
-QString PythonWithTorch() {
-  QStringList candidates;
-  if (const char* env = std::getenv("TONEMILL_PYTHON"); env && *env) candidates << env;
-  candidates << "/usr/bin/python3"
-             << "python3";
-  for (const QString& python : candidates) {
-    QProcess probe;
-    probe.start(python, {"-c", "import torch, numpy"});
-    if (probe.waitForFinished(120000) && probe.exitStatus() == QProcess::NormalExit && probe.exitCode() == 0)
-      return python;
-  }
-  return QString();
-}
 
 // An independent PyTorch model of the same layer table, on the same weights file, must give
 // the same probabilities.
 TEST_F(AllInWindowNetTest, MatchesTheIndependentPyTorchModel) {
-  const QString python = PythonWithTorch();
+  const QString python = PythonWithModules("torch, numpy");
   if (python.isEmpty()) {
     std::cout << "[ NOTICE   ] PyTorch is not installed: the note network was NOT compared with the PyTorch "
                  "reference (scripts/test.sh installs python3-torch)."

@@ -10,29 +10,12 @@
 #include "nn/beat_net_weights.h"
 #include "nn/bi_beat_net_ensemble.h"
 #include "nn/npy_file.h"
-
-namespace {
-
-// A Python with PyTorch and NumPy: $TONEMILL_PYTHON, Debian's, then the one on PATH.
-QString PythonWithTorchForBeats() {
-  QStringList candidates;
-  if (const char* env = std::getenv("TONEMILL_PYTHON"); env && *env) candidates << env;
-  candidates << "/usr/bin/python3" << "python3";
-  for (const QString& python : candidates) {
-    QProcess probe;
-    probe.start(python, {"-c", "import torch, numpy"});
-    if (probe.waitForFinished(120000) && probe.exitStatus() == QProcess::NormalExit && probe.exitCode() == 0)
-      return python;
-  }
-  return QString();
-}
-
-}  // namespace
+#include "tests/support/python_modules.h"
 
 // PyTorch's own LSTM, built from the same random weights file (peepholes zero, since it has
 // none), must give the ensemble's activations to 1e-5, with the file scaled and unscaled.
 TEST(BeatEnsembleReferenceTest, MatchesPyTorchLSTMs) {
-  const QString python = PythonWithTorchForBeats();
+  const QString python = PythonWithModules("torch, numpy");
   if (python.isEmpty()) {
     std::cout << "[ NOTICE   ] PyTorch is not installed: the beat networks were NOT compared with the PyTorch "
                  "reference (scripts/test.sh installs python3-torch)."
