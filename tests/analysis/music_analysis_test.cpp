@@ -12,6 +12,7 @@
 #include "analysis_test_support.h"
 #include "score/keyboard.h"
 #include "score/transcription_job.h"
+#include "tests/support/beat_lists.h"
 
 namespace {
 
@@ -50,12 +51,7 @@ class MusicAnalysisTest : public ::testing::Test {
  protected:
   void SetUp() override {
     job = test_support::AudioJob({}, 1);
-    std::vector<Beat> beats;
-    for (int i = 0; i < 8; ++i) beats.emplace_back(i % 4 + 1, i * 0.5);
-    beats.front().time_signature_top = 4;
-    beats.front().time_signature_bottom = 4;
-    beats.emplace_back(1, 4.0);
-    job->beats_analyzer.SetBeats(beats);
+    job->beats_analyzer.SetBeats(FourFourBeats(8));
   }
 
   std::shared_ptr<TranscriptionJob> job;
@@ -237,12 +233,7 @@ TEST_F(TripletWalkTest, ExistingTripletsAndOtherSpansAreLeftAlone) {
 // at 0.5, 0.667 and 0.833, which the plain grid files under steps 4, 5 and 7.
 TEST(TripletDetectionTest, OnsetsOnATripletGridBecomeATriplet) {
   auto job = test_support::AudioJob({}, 1);
-  std::vector<Beat> beats;
-  for (int i = 0; i < 8; ++i) beats.emplace_back(i % 4 + 1, i * 0.5);
-  beats.front().time_signature_top = 4;
-  beats.front().time_signature_bottom = 4;
-  beats.emplace_back(1, 4.0);
-  job->beats_analyzer.SetBeats(beats);
+  job->beats_analyzer.SetBeats(FourFourBeats(8));
   std::vector<Note> placed;
   for (double time : {0.5, 0.5 + 1.0 / 6, 0.5 + 2.0 / 6, 1.0, 1.5}) placed.push_back(NoteAt(40, time));
   job->notes.SetNotesCandidatesPermanent({}, placed);

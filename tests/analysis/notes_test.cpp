@@ -12,6 +12,7 @@
 #include "nn/note_net_weights.h"
 #include "score/keyboard.h"
 #include "score/transcription_job.h"
+#include "tests/support/beat_lists.h"
 
 namespace {
 
@@ -24,13 +25,7 @@ std::shared_ptr<TranscriptionJob> GridJob(int frames, float level = 0.0f) {
   grid.Initialize(0.0, (frames + 0.5) * 0.01, 4.0);
   for (auto& row : grid.amplitudes) std::fill(row.begin(), row.end(), level);
   job->audio_length = frames * 0.01;
-  std::vector<Beat> beats;
-  const int count = std::max(2, static_cast<int>(job->audio_length / 0.5));
-  for (int i = 0; i < count; ++i) beats.emplace_back(i % 4 + 1, i * 0.5);
-  beats.front().time_signature_top = 4;
-  beats.front().time_signature_bottom = 4;
-  beats.emplace_back(1, count * 0.5);
-  job->beats_analyzer.SetBeats(beats);
+  job->beats_analyzer.SetBeats(FourFourBeats(std::max(2, static_cast<int>(job->audio_length / 0.5))));
   return job;
 }
 

@@ -8,6 +8,7 @@
 #include "app/job_processor.h"
 #include "output/midi_file.h"
 #include "test_support.h"
+#include "tests/support/beat_lists.h"
 
 namespace {
 
@@ -26,12 +27,7 @@ class SaveOutputsTest : public ::testing::Test {
     job = manager->NewJob();
     job->input_filename = out.filePath("song.wav");
     job->title = "Song";
-    std::vector<Beat> beats;
-    for (int i = 0; i < 8; ++i) beats.emplace_back(i % 4 + 1, i * 0.5);
-    beats.front().time_signature_top = 4;
-    beats.front().time_signature_bottom = 4;
-    beats.emplace_back(1, 4.0);
-    job->beats_analyzer.SetBeats(beats);
+    job->beats_analyzer.SetBeats(FourFourBeats(8));
   }
 
   void SetNotes() {
