@@ -21,7 +21,7 @@ import metrics
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 
-def program_onsets(wav: str, workdir: str, tonemill: str) -> list:
+def program_onsets(wav: str, workdir: str, tonemill: str, weights: str = "") -> list:
     """(time, MIDI pitch) of every note the program writes for `wav`."""
     data_home = os.path.join(workdir, "data")
     prefs_dir = os.path.join(data_home, "Tonemill")
@@ -32,6 +32,8 @@ def program_onsets(wav: str, workdir: str, tonemill: str) -> list:
     if os.path.exists(out):
         os.remove(out)
     env = dict(os.environ, XDG_DATA_HOME=data_home, QT_QPA_PLATFORM="offscreen")
+    if weights:
+        env["TONEMILL_NOTE_WEIGHTS"] = os.path.abspath(weights)
     subprocess.run([tonemill, "-a", wav, "-m", out], check=True, env=env, stdout=subprocess.DEVNULL,
                    stderr=subprocess.DEVNULL)
     onsets, now = [], 0.0
@@ -42,15 +44,17 @@ def program_onsets(wav: str, workdir: str, tonemill: str) -> list:
     return onsets
 
 
-def label_onsets(path: str) -> list:
+def label_notes(path: str) -> list:
+    """(onset, MIDI pitch, velocity) of every labelled note."""
     with open(path) as f:
-        return [(n[0], n[2]) for n in json.load(f)["notes"]]
+        return [(n[0], n[2], n[3]) for n in json.load(f)["notes"]]
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--data", default=os.path.join(ROOT, "training", "data", "notes", "validation"))
     parser.add_argument("--tonemill", default=os.path.join(ROOT, "build", "tonemill"))
+    parser.add_argument("--weights", default="", help="note weights to use instead of the program's own")
     parser.add_argument("pairs", nargs="*", help="more pieces as WAV:LABELS.json")
     args = parser.parse_args()
 
@@ -60,10 +64,15 @@ def main() -> int:
         print("No validation pieces under %s" % args.data, file=sys.stderr)
         return 1
     total = {"matched": 0, "ref": 0, "est": 0, "octave": 0}
+    kinds = {}
     print("%-44s %6s %6s %6s %6s" % ("piece", "P", "R", "F1", "oct"))
     with tempfile.TemporaryDirectory() as workdir:
         for wav, labels in pieces:
-            s = metrics.onset_scores(label_onsets(labels), program_onsets(wav, workdir, args.tonemill))
+            found = program_onsets(wav, workdir, args.tonemill, args.weights)
+            notes = label_notes(labels)
+            s = metrics.onset_scores([n[:2] for n in notes], found)
+            for kind, count in metrics.error_kinds(notes, found).items():
+                kinds[kind] = kinds.get(kind, 0) + count
             for k in total:
                 total[k] += s[k]
             print("%-44s %6.3f %6.3f %6.3f %6d" % (os.path.basename(wav)[:44], s["precision"], s["recall"],
@@ -71,6 +80,8 @@ def main() -> int:
     p, r, f = metrics.prf(total["matched"], total["ref"], total["est"])
     print("%-44s %6.3f %6.3f %6.3f %6d" % ("ALL (%d pieces, %d notes)" % (len(pieces), total["ref"]), p, r, f,
                                             total["octave"]))
+    print("missed notes: " + ", ".join("%s %d" % item for item in kinds.items()) +
+          "; false notes an octave off a real one: %d of %d" % (total["octave"], total["est"] - total["matched"]))
     return 0
 
 

@@ -7,8 +7,8 @@ bipartite matching (augmenting paths), so the figures do not depend on the order
 from typing import Dict, List, Sequence, Tuple
 
 
-def _max_matching(refs: Sequence[float], ests: Sequence[float], tolerance: float) -> int:
-    """Size of a maximum matching between two sorted time lists, |ref - est| <= tolerance."""
+def match_pairs(refs: Sequence[float], ests: Sequence[float], tolerance: float) -> List[Tuple[int, int]]:
+    """A maximum matching between two sorted time lists, |ref - est| <= tolerance, as (ref, est) index pairs."""
     candidates = []
     j0 = 0
     for r in refs:
@@ -31,7 +31,14 @@ def _max_matching(refs: Sequence[float], ests: Sequence[float], tolerance: float
                 return True
         return False
 
-    return sum(1 for i in range(len(refs)) if candidates[i] and augment(i, set()))
+    for i in range(len(refs)):
+        if candidates[i]:
+            augment(i, set())
+    return sorted((i, j) for j, i in match_of_est.items())
+
+
+def _max_matching(refs: Sequence[float], ests: Sequence[float], tolerance: float) -> int:
+    return len(match_pairs(refs, ests, tolerance))
 
 
 def prf(matched: int, n_ref: int, n_est: int) -> Tuple[float, float, float]:
@@ -59,6 +66,37 @@ def onset_scores(ref: List[Tuple[float, int]], est: List[Tuple[float, int]], tol
     precision, recall, f = prf(matched, len(ref), len(est))
     return {"precision": precision, "recall": recall, "f": f, "matched": matched, "ref": len(ref),
             "est": len(est), "octave": octave_errors}
+
+
+def missed_notes(ref: List[Tuple[float, int, int]], est: List[Tuple[float, int]],
+                 tolerance: float = 0.05) -> List[Tuple[float, int, int]]:
+    """The reference notes (time, pitch, velocity) that no estimate matches."""
+    missed = []
+    for p in {r[1] for r in ref}:
+        notes = sorted(r for r in ref if r[1] == p)
+        found = sorted(t for t, q in est if q == p)
+        hit = {i for i, _ in match_pairs([n[0] for n in notes], found, tolerance)}
+        missed += [n for i, n in enumerate(notes) if i not in hit]
+    return sorted(missed)
+
+
+def error_kinds(ref: List[Tuple[float, int, int]], est: List[Tuple[float, int]], tolerance: float = 0.05) -> Dict:
+    """Where the misses are: quiet notes (velocity under 40), notes repeating their key within 0.3 s,
+    notes under a louder note an octave above or below at the same time, and the rest."""
+    kinds = {"quiet": 0, "repeated": 0, "octave_masked": 0, "other": 0}
+    starts = {}
+    for t, p, v in ref:
+        starts.setdefault(p, []).append((t, v))
+    for t, p, v in missed_notes(ref, est, tolerance):
+        if v < 40:
+            kinds["quiet"] += 1
+        elif any(0 < t - u <= 0.3 for u, _ in starts.get(p, [])):
+            kinds["repeated"] += 1
+        elif any(abs(t - u) <= tolerance and w >= v for q in (p - 12, p + 12) for u, w in starts.get(q, [])):
+            kinds["octave_masked"] += 1
+        else:
+            kinds["other"] += 1
+    return kinds
 
 
 def beat_scores(ref: Sequence[float], est: Sequence[float], tolerance: float = 0.07) -> Dict:

@@ -24,6 +24,13 @@ class MetricsTest(unittest.TestCase):
         ests = [1.04, 1.12]
         self.assertEqual(metrics._max_matching(refs, ests, 0.05), 2)
 
+    def test_misses_by_kind(self):
+        ref = [(1.0, 60, 80), (1.2, 60, 80), (2.0, 50, 20), (3.0, 48, 60), (3.0, 60, 90), (4.0, 70, 80)]
+        est = [(1.0, 60), (3.0, 60)]
+        self.assertEqual(metrics.missed_notes(ref, est), [(1.2, 60, 80), (2.0, 50, 20), (3.0, 48, 60), (4.0, 70, 80)])
+        self.assertEqual(metrics.error_kinds(ref, est),
+                         {"quiet": 1, "repeated": 1, "octave_masked": 1, "other": 1})
+
     def test_beats(self):
         s = metrics.beat_scores([0.5, 1.0, 1.5, 2.0], [0.52, 1.0, 1.6, 2.5])
         self.assertAlmostEqual(s["f"], 0.5)

@@ -131,12 +131,18 @@ def train_net(index: int, args) -> None:
         optimizer.load_state_dict(state["optimizer"])
         epoch, best = state["epoch"], state["best"]
         rng.setstate(state["rng"])
+        for group in optimizer.param_groups:
+            group["lr"] = args.lr
+        if args.reset_best:  # the validation set changed: earlier losses are not comparable
+            best = float("inf")
         print("net %d: resuming at epoch %d (best validation loss %.4f)" % (index, epoch, best))
     os.makedirs(args.checkpoints, exist_ok=True)
     deadline = time.time() + args.minutes * 60 if args.minutes else float("inf")
     while epoch < args.epochs and time.time() < deadline:
         started, total, count = time.time(), 0.0, 0
         for x, y in batches(fold, rng, args.crop, args.batch):
+            if time.time() >= deadline:
+                break  # a time budget may end inside a pass: what was learnt is kept all the same
             logits = model(x)
             loss = nn.functional.cross_entropy(logits.reshape(-1, 3), y.reshape(-1), weight=weight)
             optimizer.zero_grad()
@@ -144,6 +150,8 @@ def train_net(index: int, args) -> None:
             nn.utils.clip_grad_norm_(model.parameters(), 1.0)
             optimizer.step()
             total, count = total + loss.item(), count + 1
+        if count == 0:
+            break
         epoch += 1
         val = evaluate(model, validation, weight) if validation else total / count
         if val < best:
@@ -166,6 +174,8 @@ def main() -> int:
                         "sequential, so wide batches are what keeps a CPU busy")
     parser.add_argument("--lr", type=float, default=3e-3)
     parser.add_argument("--threads", type=int, default=2)
+    parser.add_argument("--reset-best", action="store_true",
+                        help="forget the best validation loss of earlier rounds (after the validation set changed)")
     parser.add_argument("--data", default=os.path.join(HERE, "data", "beats"))
     parser.add_argument("--checkpoints", default=os.path.join(HERE, "checkpoints"))
     args = parser.parse_args()

@@ -14,6 +14,7 @@ round; the best state is kept as checkpoints/notes_best.pt for export_notes.py.
 import argparse
 import glob
 import json
+import math
 import os
 import random
 import sys
@@ -67,9 +68,21 @@ class Piece:
         return x, y, mask
 
 
-def load(folder: str):
+def bf16_supported() -> bool:
+    """Whether the processor computes bfloat16 natively; emulated, it would be slower than float32."""
+    try:
+        with open("/proc/cpuinfo") as f:
+            flags = f.read()
+    except OSError:
+        return False
+    return "avx512_bf16" in flags or "amx_bf16" in flags
+
+
+def load(folder: str, known=frozenset()):
     pieces = []
     for path in sorted(glob.glob(os.path.join(folder, "*.npy"))):
+        if os.path.basename(path) in known:
+            continue
         try:
             pieces.append(Piece(path))
         except (ValueError, OSError) as error:
@@ -87,8 +100,12 @@ def program_windows(piece: Piece):
             return
 
 
-def loss_of(net, x, y, mask, pos_weight):
-    logits = net.logits(x)
+def loss_of(net, x, y, mask, pos_weight, bf16=False):
+    # bfloat16 convolutions (where the processor has them) nearly halve a step; the weights, the
+    # normalisations and the loss stay in float32.
+    with torch.autocast("cpu", dtype=torch.bfloat16, enabled=bf16):
+        logits = net.logits(x)
+    logits = logits.float()
     loss0 = nn.functional.binary_cross_entropy_with_logits(logits[:, 0], y[:, 0], weight=mask[:, 0],
                                                            pos_weight=pos_weight, reduction="sum")
     loss1 = nn.functional.binary_cross_entropy_with_logits(logits[:, 1], y[:, 1], weight=mask[:, 1],
@@ -97,15 +114,22 @@ def loss_of(net, x, y, mask, pos_weight):
     return (loss0 + 0.3 * loss1) / cells
 
 
-def validate(net, pieces, pos_weight, limit: int = 40) -> float:
+def validation_windows(pieces, limit: int):
+    """A fixed choice of the program's windows over the held-out songs, spread evenly."""
+    every = [(piece, start) for piece in pieces for start in program_windows(piece)]
+    if len(every) <= limit:
+        return every
+    return [every[i * len(every) // limit] for i in range(limit)]
+
+
+def validate(net, windows, pos_weight, bf16=False) -> float:
     net.eval()
     total, count = 0.0, 0
     with torch.no_grad():
-        for piece in pieces:
-            for start in list(program_windows(piece))[:limit]:
-                x, y, mask = (torch.from_numpy(a)[None] for a in piece.window(start))
-                total += loss_of(net, x, y, mask, pos_weight).item()
-                count += 1
+        for piece, start in windows:
+            x, y, mask = (torch.from_numpy(a)[None] for a in piece.window(start))
+            total += loss_of(net, x, y, mask, pos_weight, bf16).item()
+            count += 1
     net.train()
     return total / max(count, 1)
 
@@ -121,15 +145,21 @@ def main() -> int:
     parser.add_argument("--pos-weight", type=float, default=8.0)
     parser.add_argument("--threads", type=int, default=2)
     parser.add_argument("--seed", type=int, default=88)
+    parser.add_argument("--validation-windows", type=int, default=80)
+    parser.add_argument("--decay", action="store_true",
+                        help="lower the learning rate along a cosine to a twentieth by the end of this run")
+    parser.add_argument("--fp32", action="store_true", help="train in float32 throughout")
     args = parser.parse_args()
 
     torch.set_num_threads(args.threads)
     torch.manual_seed(args.seed)
     rng = random.Random(args.seed)
+    bf16 = not args.fp32 and bf16_supported()
     train, validation = load(os.path.join(args.data, "train")), load(os.path.join(args.data, "validation"))
     if not train:
         raise SystemExit("no training pieces under %s/train" % args.data)
-    print("%d training pieces, %d validation pieces" % (len(train), len(validation)))
+    print("%d training pieces, %d validation pieces, %s" % (len(train), len(validation),
+                                                           "bfloat16" if bf16 else "float32"))
 
     net = AllInWindowNet()
     optimizer = torch.optim.Adam(net.parameters(), lr=args.lr)
@@ -143,33 +173,44 @@ def main() -> int:
         optimizer.load_state_dict(state["optimizer"])
         step, best = state["step"], state["best"]
         rng.setstate(state["rng"])
+        for group in optimizer.param_groups:
+            group["lr"] = args.lr
         print("resuming at step %d (best validation loss %.4f)" % (step, best))
 
-    deadline = time.time() + args.hours * 3600
+    began = time.time()
+    deadline = began + args.hours * 3600
     net.train()
     while time.time() < deadline:
+        # The data set may still be growing while training runs: newly finished pieces join each round.
+        known = {piece.name for piece in train}
+        train += load(os.path.join(args.data, "train"), known)
+        validation_set = validation_windows(validation, args.validation_windows)
         started, total = time.time(), 0.0
+        if args.decay:
+            progress = min(1.0, (started - began) / (deadline - began))
+            for group in optimizer.param_groups:
+                group["lr"] = args.lr * (0.05 + 0.95 * 0.5 * (1 + math.cos(math.pi * progress)))
         for _ in range(args.round):
             batch = []
             for _ in range(args.batch):
                 piece = rng.choice(train)
                 batch.append(piece.window(rng.randint(-84, max(-84, piece.frames - 400))))
             x, y, mask = (torch.from_numpy(np.stack(parts)) for parts in zip(*batch))
-            loss = loss_of(net, x, y, mask, pos_weight)
+            loss = loss_of(net, x, y, mask, pos_weight, bf16)
             optimizer.zero_grad()
             loss.backward()
             nn.utils.clip_grad_norm_(net.parameters(), 1.0)
             optimizer.step()
             total += loss.item()
             step += 1
-        val = validate(net, validation, pos_weight) if validation else total / args.round
+        val = validate(net, validation_set, pos_weight, bf16) if validation else total / args.round
         if val < best:
             best = val
             torch.save(net.state_dict(), os.path.join(args.checkpoints, "notes_best.pt"))
         torch.save({"model": net.state_dict(), "optimizer": optimizer.state_dict(), "step": step, "best": best,
                     "rng": rng.getstate()}, checkpoint)
-        print("step %6d  train %.4f  validation %.4f  (%.2f s/step)" % (
-            step, total / args.round, val, (time.time() - started) / args.round), flush=True)
+        print("step %6d  pieces %4d  train %.4f  validation %.4f  (%.2f s/step)" % (
+            step, len(train), total / args.round, val, (time.time() - started) / args.round), flush=True)
     return 0
 
 
