@@ -57,12 +57,17 @@ def onset_scores(ref: List[Tuple[float, int]], est: List[Tuple[float, int]], tol
         by_pitch_est.setdefault(p, []).append(t)
     matched = 0
     octave_errors = 0
-    for p, times in by_pitch_ref.items():
-        matched += _max_matching(sorted(times), sorted(by_pitch_est.get(p, [])), tolerance)
-    # Estimates an octave off a reference onset, a common confusion worth counting.
     for p, times in by_pitch_est.items():
-        for q in (p - 12, p + 12):
-            octave_errors += _max_matching(sorted(times), sorted(by_pitch_ref.get(q, [])), tolerance)
+        times = sorted(times)
+        refs = sorted(by_pitch_ref.get(p, []))
+        pairs = match_pairs(refs, times, tolerance)
+        matched += len(pairs)
+        # False estimates an octave off a reference onset: the usual confusion of a harmonic for a note.
+        hit = {j for _, j in pairs}
+        for j, t in enumerate(times):
+            if j not in hit and any(abs(t - u) <= tolerance for q in (p - 12, p + 12)
+                                    for u in by_pitch_ref.get(q, [])):
+                octave_errors += 1
     precision, recall, f = prf(matched, len(ref), len(est))
     return {"precision": precision, "recall": recall, "f": f, "matched": matched, "ref": len(ref),
             "est": len(est), "octave": octave_errors}
