@@ -56,6 +56,7 @@ def main() -> int:
         print("No validation pieces under %s" % args.data, file=sys.stderr)
         return 1
     beat_f, down_f, meters = [], [], collections.Counter()
+    in_range = []
     print("%-40s %6s %6s %6s %6s" % ("piece", "beatF", "downF", "meter", "found"))
     with tempfile.TemporaryDirectory() as workdir:
         for wav, labels_path in pieces:
@@ -68,13 +69,20 @@ def main() -> int:
             d = metrics.beat_scores(ref_down, [t for t, n in found if n == 1])["f"]
             beat_f.append(b)
             down_f.append(d)
+            in_range.append(metrics.in_tracker_range(ref))
             truth, meter = labels.get("beats_per_bar", 4), meter_of(found)
             if truth in (3, 4):
                 meters[(truth, meter == truth)] += 1
-            print("%-40s %6.3f %6.3f %6s %6d" % (os.path.basename(wav)[:40], b, d, "%d/%d" % (meter, truth),
-                                                 len(found)))
+            print("%-40s %6.3f %6.3f %6s %6d%s" % (os.path.basename(wav)[:40], b, d, "%d/%d" % (meter, truth),
+                                                   len(found), "" if in_range[-1] else "  (tempo %.0f bpm)" %
+                                                   metrics.tempo_of(ref)))
     print("mean beat F %.3f, downbeat F %.3f over %d pieces" % (sum(beat_f) / len(beat_f),
                                                                  sum(down_f) / len(down_f), len(pieces)))
+    kept = [i for i, ok in enumerate(in_range) if ok]
+    if kept and len(kept) < len(pieces):
+        print("mean beat F %.3f, downbeat F %.3f over the %d pieces within the tracker's %.0f-%.0f bpm" % (
+            sum(beat_f[i] for i in kept) / len(kept), sum(down_f[i] for i in kept) / len(kept), len(kept),
+            *metrics.TRACKER_BPM))
     for truth in (3, 4):
         total = meters[(truth, True)] + meters[(truth, False)]
         if total:

@@ -12,12 +12,14 @@ The split and every random choice follow from --seed, so a rerun rebuilds the sa
 
 import argparse
 import json
+import math
 import os
 import random
 import subprocess
 import sys
 
 import material
+import metrics
 import render
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -64,8 +66,12 @@ def pieces(kind: str, count: int, rng: random.Random, max_seconds: float):
                 if rng.random() < 0.3:
                     piece = material.other_instruments(piece, rng)
                 validation = is_validation(piece.name)
-            # POP909 is near 90 bpm: scale so that 55-215 bpm is covered.
-            piece = material.scale_time(piece, rng.uniform(0.65, 2.2) if piece.name[:4] in ("band", "pop9") else 1.0)
+            # POP909 songs lie between about 45 and 150 bpm: scale each from its own tempo to one drawn
+            # log-uniformly from 60-200 bpm, inside the 55-215 bpm that the tracker follows.
+            target = math.exp(rng.uniform(math.log(60.0), math.log(200.0)))
+            if piece.name[:4] in ("band", "pop9"):
+                bpm = metrics.tempo_of([t for t, _ in piece.beats])
+                piece = material.scale_time(piece, target / bpm if bpm else 1.0)
         duration = max((n.end for n in piece.notes), default=0.0)
         if duration > max_seconds:  # long songs give an excerpt: more songs for the same rendering time
             start = rng.uniform(0.0, duration - max_seconds)

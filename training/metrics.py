@@ -104,6 +104,21 @@ def error_kinds(ref: List[Tuple[float, int, int]], est: List[Tuple[float, int]],
     return kinds
 
 
+# The beat tracker's tempo range: beats slower or faster than this are outside what it can report.
+TRACKER_BPM = (55.0, 215.0)
+
+
+def tempo_of(beat_times: Sequence[float]) -> float:
+    """Beats per minute from the median interval; 0 for fewer than two beats."""
+    times = sorted(beat_times)
+    intervals = sorted(b - a for a, b in zip(times, times[1:]) if b > a)
+    return 60.0 / intervals[len(intervals) // 2] if intervals else 0.0
+
+
+def in_tracker_range(beat_times: Sequence[float]) -> bool:
+    return TRACKER_BPM[0] <= tempo_of(beat_times) <= TRACKER_BPM[1]
+
+
 def beat_scores(ref: Sequence[float], est: Sequence[float], tolerance: float = 0.07) -> Dict:
     matched = _max_matching(sorted(ref), sorted(est), tolerance)
     precision, recall, f = prf(matched, len(ref), len(est))

@@ -31,6 +31,12 @@ class MetricsTest(unittest.TestCase):
         self.assertEqual(metrics.error_kinds(ref, est),
                          {"quiet": 1, "repeated": 1, "octave_masked": 1, "other": 1})
 
+    def test_tempo_range(self):
+        self.assertAlmostEqual(metrics.tempo_of([0.0, 0.5, 1.0, 1.6, 2.0]), 120.0)
+        self.assertTrue(metrics.in_tracker_range([i * 0.5 for i in range(8)]))
+        self.assertFalse(metrics.in_tracker_range([i * 1.25 for i in range(8)]))  # 48 bpm
+        self.assertFalse(metrics.in_tracker_range([1.0]))
+
     def test_beats(self):
         s = metrics.beat_scores([0.5, 1.0, 1.5, 2.0], [0.52, 1.0, 1.6, 2.5])
         self.assertAlmostEqual(s["f"], 0.5)

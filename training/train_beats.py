@@ -21,6 +21,8 @@ import numpy as np
 import torch
 from torch import nn
 
+import metrics
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 FRAME_SECONDS = 0.01
 NUM_FEATURES = 314
@@ -60,6 +62,10 @@ def load_pieces(folder: str):
     for path in sorted(glob.glob(os.path.join(folder, "*.npy"))):
         with open(path[:-4] + ".json") as f:
             labels = json.load(f)
+        if not metrics.in_tracker_range([t for t, _ in labels["beats"]]):
+            # Beats slower or faster than the tracker can follow would teach the networks a beat
+            # the program never reports.
+            continue
         features = np.load(path, mmap_mode="r")
         if features.ndim != 2 or features.shape[1] != NUM_FEATURES:
             print("skipping %s: features of shape %s" % (path, features.shape), file=sys.stderr)
