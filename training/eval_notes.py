@@ -80,8 +80,8 @@ def main() -> int:
     p, r, f = metrics.prf(total["matched"], total["ref"], total["est"])
     print("%-44s %6.3f %6.3f %6.3f %6d" % ("ALL (%d pieces, %d notes)" % (len(pieces), total["ref"]), p, r, f,
                                             total["octave"]))
-    print("missed notes: " + ", ".join("%s %d" % item for item in kinds.items()) +
-          "; false notes an octave off a real one: %d of %d false notes" % (total["octave"], total["est"] - total["matched"]))
+    print("missed notes: " + ", ".join("%s %d" % item for item in kinds.items()))
+    print("false notes an octave off a real one: %d of %d" % (total["octave"], total["est"] - total["matched"]))
     return 0
 
 

@@ -48,25 +48,34 @@ def prf(matched: int, n_ref: int, n_est: int) -> Tuple[float, float, float]:
     return precision, recall, f
 
 
+def _by_pitch(notes) -> Dict[int, list]:
+    """Notes (time, pitch, ...) grouped by pitch, each group in time order."""
+    groups = {}
+    for note in sorted(notes):
+        groups.setdefault(note[1], []).append(note)
+    return groups
+
+
+def _pitch_matches(ref, est, tolerance: float):
+    """Per pitch: its reference notes, its estimates, and a maximum matching of the two as index pairs."""
+    refs, ests = _by_pitch(ref), _by_pitch(est)
+    for p in refs.keys() | ests.keys():
+        r, e = refs.get(p, []), ests.get(p, [])
+        yield p, r, e, match_pairs([n[0] for n in r], [n[0] for n in e], tolerance)
+
+
 def onset_scores(ref: List[Tuple[float, int]], est: List[Tuple[float, int]], tolerance: float = 0.05) -> Dict:
     """Note onsets as (time, pitch): a match needs the same pitch and onsets within `tolerance`."""
-    by_pitch_ref, by_pitch_est = {}, {}
-    for t, p in ref:
-        by_pitch_ref.setdefault(p, []).append(t)
-    for t, p in est:
-        by_pitch_est.setdefault(p, []).append(t)
+    ref_times = {p: [n[0] for n in notes] for p, notes in _by_pitch(ref).items()}
     matched = 0
     octave_errors = 0
-    for p, times in by_pitch_est.items():
-        times = sorted(times)
-        refs = sorted(by_pitch_ref.get(p, []))
-        pairs = match_pairs(refs, times, tolerance)
+    for p, _, found, pairs in _pitch_matches(ref, est, tolerance):
         matched += len(pairs)
         # False estimates an octave off a reference onset: the usual confusion of a harmonic for a note.
         hit = {j for _, j in pairs}
-        for j, t in enumerate(times):
-            if j not in hit and any(abs(t - u) <= tolerance for q in (p - 12, p + 12)
-                                    for u in by_pitch_ref.get(q, [])):
+        for j, note in enumerate(found):
+            if j not in hit and any(abs(note[0] - u) <= tolerance for q in (p - 12, p + 12)
+                                    for u in ref_times.get(q, [])):
                 octave_errors += 1
     precision, recall, f = prf(matched, len(ref), len(est))
     return {"precision": precision, "recall": recall, "f": f, "matched": matched, "ref": len(ref),
@@ -77,10 +86,8 @@ def missed_notes(ref: List[Tuple[float, int, int]], est: List[Tuple[float, int]]
                  tolerance: float = 0.05) -> List[Tuple[float, int, int]]:
     """The reference notes (time, pitch, velocity) that no estimate matches."""
     missed = []
-    for p in {r[1] for r in ref}:
-        notes = sorted(r for r in ref if r[1] == p)
-        found = sorted(t for t, q in est if q == p)
-        hit = {i for i, _ in match_pairs([n[0] for n in notes], found, tolerance)}
+    for _, notes, _, pairs in _pitch_matches(ref, est, tolerance):
+        hit = {i for i, _ in pairs}
         missed += [n for i, n in enumerate(notes) if i not in hit]
     return sorted(missed)
 

@@ -177,6 +177,7 @@ def main() -> int:
             group["lr"] = args.lr
         print("resuming at step %d (best validation loss %.4f)" % (step, best))
 
+    validation_set = validation_windows(validation, args.validation_windows)
     began = time.time()
     deadline = began + args.hours * 3600
     net.train()
@@ -184,7 +185,6 @@ def main() -> int:
         # The data set may still be growing while training runs: newly finished pieces join each round.
         known = {piece.name for piece in train}
         train += load(os.path.join(args.data, "train"), known)
-        validation_set = validation_windows(validation, args.validation_windows)
         started, total = time.time(), 0.0
         if args.decay:
             progress = min(1.0, (started - began) / (deadline - began))
