@@ -53,7 +53,7 @@ def main() -> int:
         if not os.path.exists(path):
             print("missing %s: all eight networks are needed" % path, file=sys.stderr)
             return 1
-        state = torch.load(path)
+        state = torch.load(path, map_location="cpu")
         state = state.get("model", state)
         BeatNet().load_state_dict(state)  # refuses a checkpoint of another shape
         tensors.update(net_tensors(index, state))

@@ -7,11 +7,17 @@ training pieces, so the ensemble averages networks that saw different material.
 
     /usr/bin/python3 training/train_beats.py --net 0 --epochs 30     # one network, resumable
     /usr/bin/python3 training/train_beats.py --all --epochs 30       # all eight in turn
+
+On a GPU machine without the renderer, train from the files of pack_beats.py, one process per network
+(with CUDA's multi-process service the eight share the GPU well):
+
+    python3 training/train_beats.py --net 3 --packed pack/beats_*.xz --batch 128 --lr 1e-3 --decay 15
 """
 
 import argparse
 import glob
 import json
+import math
 import os
 import random
 import sys
@@ -57,6 +63,32 @@ def frame_targets(labels: dict, frames: int, widen: int = 1) -> np.ndarray:
     return target
 
 
+# Bands of the three frame sizes (1024, 2048 and 4096 samples) and the lag of their positive differences:
+# the features are, per frame size, the log amplitudes followed by their rise since `lag` frames before.
+BANDS = ((21, 1), (45, 1), (91, 2))
+
+
+def amplitudes_of(features: np.ndarray) -> np.ndarray:
+    """The log amplitudes alone: frames x 157 of the 314 columns."""
+    columns, offset = [], 0
+    for bands, _ in BANDS:
+        columns.append(features[:, offset:offset + bands])
+        offset += 2 * bands
+    return np.concatenate(columns, axis=1)
+
+
+def features_from_amplitudes(amplitudes: np.ndarray) -> np.ndarray:
+    """The 314 features from the log amplitudes, with the differences the program takes."""
+    columns, offset = [], 0
+    for bands, lag in BANDS:
+        block = np.asarray(amplitudes[:, offset:offset + bands], dtype=np.float32)
+        rise = np.zeros_like(block)
+        rise[lag:] = np.maximum(block[lag:] - block[:-lag], 0.0)
+        columns += [block, rise]
+        offset += bands
+    return np.concatenate(columns, axis=1)
+
+
 def load_pieces(folder: str):
     pieces = []
     for path in sorted(glob.glob(os.path.join(folder, "*.npy"))):
@@ -74,40 +106,62 @@ def load_pieces(folder: str):
     return pieces
 
 
-def batches(pieces, rng: random.Random, crop: int, batch: int):
-    """Random crops of `crop` frames, `batch` at a time, one pass over roughly every frame."""
-    total = sum(p[1].shape[0] for p in pieces)
-    for _ in range(max(1, total // (crop * batch))):
-        xs, ys = [], []
+def load_packed(paths):
+    """Training and validation pieces from the files of pack_beats.py, in the order of their names."""
+    import pack_beats  # imports this module in turn
+    split = {"train": [], "validation": []}
+    for path in paths:
+        for name, part, amplitudes, beats in pack_beats.read_part(path):
+            features = features_from_amplitudes(amplitudes)
+            split[part].append((name, features, frame_targets({"beats": beats}, features.shape[0])))
+    return sorted(split["train"]), sorted(split["validation"])
+
+
+class FrameStore:
+    """Every piece's features and frame classes end to end on one device, so that a batch of crops is a
+    single gather there rather than a copy from the host per step."""
+
+    def __init__(self, pieces, device):
+        self.lengths = [p[1].shape[0] for p in pieces]
+        self.offsets = np.concatenate([[0], np.cumsum(self.lengths)]).astype(np.int64)
+        self.features = torch.cat([torch.from_numpy(np.array(p[1], dtype=np.float32)) for p in pieces]).to(device)
+        self.targets = torch.cat([torch.from_numpy(p[2]) for p in pieces]).to(device)
+        self.device = device
+
+    def __len__(self):
+        return len(self.lengths)
+
+    def frames(self) -> int:
+        return int(self.offsets[-1])
+
+    def gather(self, spans, length: int):
+        """Features and classes of (piece, first frame) spans of `length` frames; frames past a piece's
+        end are zero and their class is ignored by the loss."""
+        first = torch.tensor([self.offsets[p] + s for p, s in spans], device=self.device)
+        end = torch.tensor([self.offsets[p + 1] for p, _ in spans], device=self.device)
+        index = first[:, None] + torch.arange(length, device=self.device)[None, :]
+        inside = index < end[:, None]
+        index = torch.where(inside, index, torch.zeros_like(index))
+        x = self.features[index] * inside[..., None]
+        y = torch.where(inside, self.targets[index], torch.full_like(index, -100))
+        return x, y
+
+    def random_crops(self, rng: random.Random, crop: int, batch: int):
+        spans = []
         for _ in range(batch):
-            _, features, target = rng.choice(pieces)
-            start = rng.randint(0, max(0, features.shape[0] - crop))
-            x = np.zeros((crop, NUM_FEATURES), dtype=np.float32)
-            y = np.full(crop, -100, dtype=np.int64)  # padding is ignored by the loss
-            piece_x = np.array(features[start:start + crop], dtype=np.float32)
-            x[:len(piece_x)] = piece_x
-            y[:len(piece_x)] = target[start:start + crop]
-            xs.append(x)
-            ys.append(y)
-        yield torch.from_numpy(np.stack(xs)), torch.from_numpy(np.stack(ys))
+            piece = rng.randrange(len(self.lengths))
+            spans.append((piece, rng.randint(0, max(0, self.lengths[piece] - crop))))
+        return self.gather(spans, crop)
 
 
-def evaluate(model, pieces, weight, chunk: int = 3000, batch: int = 16) -> float:
+def evaluate(model, store: FrameStore, weight, chunk: int = 3000, batch: int = 16) -> float:
     """Mean loss per frame over whole pieces, cut into chunks that run side by side."""
-    chunks = []
-    for _, features, target in pieces:
-        for start in range(0, features.shape[0], chunk):
-            x = np.zeros((chunk, NUM_FEATURES), dtype=np.float32)
-            y = np.full(chunk, -100, dtype=np.int64)
-            part = np.array(features[start:start + chunk], dtype=np.float32)
-            x[:len(part)], y[:len(part)] = part, target[start:start + chunk]
-            chunks.append((x, y))
+    spans = [(p, s) for p in range(len(store)) for s in range(0, store.lengths[p], chunk)]
     model.eval()
     loss, frames = 0.0, 0
     with torch.no_grad():
-        for i in range(0, len(chunks), batch):
-            x = torch.from_numpy(np.stack([c[0] for c in chunks[i:i + batch]]))
-            y = torch.from_numpy(np.stack([c[1] for c in chunks[i:i + batch]]))
+        for i in range(0, len(spans), batch):
+            x, y = store.gather(spans[i:i + batch], chunk)
             loss += nn.functional.cross_entropy(model(x).reshape(-1, 3), y.reshape(-1), weight=weight,
                                                 reduction="sum").item()
             frames += int((y >= 0).sum())
@@ -115,42 +169,56 @@ def evaluate(model, pieces, weight, chunk: int = 3000, batch: int = 16) -> float
     return loss / max(frames, 1)
 
 
-def train_net(index: int, args) -> None:
-    train = load_pieces(os.path.join(args.data, "train"))
-    validation = load_pieces(os.path.join(args.data, "validation"))
+def decayed(lr: float, seconds: float, minutes: float) -> float:
+    """Cosine decay over `minutes` of training, to a floor of 2 % of the starting rate."""
+    progress = min(1.0, seconds / (minutes * 60.0))
+    return lr * max(0.02, 0.5 * (1.0 + math.cos(math.pi * progress)))
+
+
+def train_net(index: int, args, train, validation) -> None:
     if not train:
-        raise SystemExit("no training pieces under %s/train" % args.data)
+        raise SystemExit("no training pieces")
+    device = torch.device(args.device)
     # Each network leaves out its own eighth of the training pieces.
-    fold = [p for i, p in enumerate(train) if i % NUM_NETS != index] or train
+    fold = FrameStore([p for i, p in enumerate(train) if i % NUM_NETS != index] or train, device)
+    checks = FrameStore(validation, device) if validation else None
     seed = 1000 + index
     torch.manual_seed(seed)
     rng = random.Random(seed)
-    model = BeatNet()
+    model = BeatNet().to(device)
     optimizer = torch.optim.Adam([p for p in model.parameters() if p.requires_grad], lr=args.lr)
     # Beats are rare frames: weigh the classes so that they are not drowned by silence between them.
-    weight = torch.tensor([1.0, 4.0, 8.0])
+    weight = torch.tensor([1.0, 4.0, 8.0], device=device)
     checkpoint = os.path.join(args.checkpoints, "beats_net%d.pt" % index)
-    epoch, best = 0, float("inf")
+    epoch, best, seconds = 0, float("inf"), 0.0
     if os.path.exists(checkpoint):
-        state = torch.load(checkpoint)
+        state = torch.load(checkpoint, map_location=device)
         model.load_state_dict(state["model"])
-        optimizer.load_state_dict(state["optimizer"])
-        epoch, best = state["epoch"], state["best"]
+        if "optimizer" in state:  # a checkpoint made to travel light may have left it out
+            optimizer.load_state_dict(state["optimizer"])
+        epoch, best, seconds = state["epoch"], state["best"], state.get("seconds", 0.0)
         rng.setstate(state["rng"])
         for group in optimizer.param_groups:
             group["lr"] = args.lr
         if args.reset_best:  # the validation set changed: earlier losses are not comparable
             best = float("inf")
-        print("net %d: resuming at epoch %d (best validation loss %.4f)" % (index, epoch, best))
+        if args.restart_decay:
+            seconds = 0.0
+        print("net %d: resuming at epoch %d (best validation loss %.4f)" % (index, epoch, best), flush=True)
     os.makedirs(args.checkpoints, exist_ok=True)
+    steps = args.epoch_steps or max(1, fold.frames() // (args.crop * args.batch))
     deadline = time.time() + args.minutes * 60 if args.minutes else float("inf")
     while epoch < args.epochs and time.time() < deadline:
         started, total, count = time.time(), 0.0, 0
-        for x, y in batches(fold, rng, args.crop, args.batch):
-            if time.time() >= deadline:
+        for _ in range(steps):
+            now = time.time()
+            if now >= deadline:
                 break  # a time budget may end inside a pass: what was learnt is kept all the same
-            logits = model(x)
-            loss = nn.functional.cross_entropy(logits.reshape(-1, 3), y.reshape(-1), weight=weight)
+            if args.decay:
+                for group in optimizer.param_groups:
+                    group["lr"] = decayed(args.lr, seconds + now - started, args.decay)
+            x, y = fold.random_crops(rng, args.crop, args.batch)
+            loss = nn.functional.cross_entropy(model(x).reshape(-1, 3), y.reshape(-1), weight=weight)
             optimizer.zero_grad()
             loss.backward()
             nn.utils.clip_grad_norm_(model.parameters(), 1.0)
@@ -159,35 +227,51 @@ def train_net(index: int, args) -> None:
         if count == 0:
             break
         epoch += 1
-        val = evaluate(model, validation, weight) if validation else total / count
+        seconds += time.time() - started
+        val = evaluate(model, checks, weight) if checks else total / count
+        model_state = {k: v.detach().cpu() for k, v in model.state_dict().items()}
         if val < best:
             best = val
-            torch.save(model.state_dict(), os.path.join(args.checkpoints, "beats_net%d_best.pt" % index))
-        torch.save({"model": model.state_dict(), "optimizer": optimizer.state_dict(), "epoch": epoch,
-                    "best": best, "rng": rng.getstate()}, checkpoint)
-        print("net %d epoch %3d  train %.4f  validation %.4f  (%.0f s)" % (index, epoch, total / count, val,
-                                                                           time.time() - started), flush=True)
+            torch.save(model_state, os.path.join(args.checkpoints, "beats_net%d_best.pt" % index))
+        torch.save({"model": model_state, "optimizer": optimizer.state_dict(), "epoch": epoch, "best": best,
+                    "seconds": seconds, "rng": rng.getstate()}, checkpoint + ".part")
+        os.replace(checkpoint + ".part", checkpoint)
+        print("net %d epoch %3d  train %.4f  validation %.4f  lr %.2g  (%d steps, %.0f s)"
+              % (index, epoch, total / count, val, optimizer.param_groups[0]["lr"], count, time.time() - started),
+              flush=True)
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--net", type=int, default=0)
+    parser.add_argument("--net", type=int, nargs="+", default=[0], help="which networks, one after another")
     parser.add_argument("--all", action="store_true")
     parser.add_argument("--epochs", type=int, default=30)
+    parser.add_argument("--epoch-steps", type=int, default=0, help="steps between validations; 0: one pass")
     parser.add_argument("--minutes", type=float, default=0, help="time budget per network; 0: none")
     parser.add_argument("--crop", type=int, default=1000, help="frames per training sequence")
     parser.add_argument("--batch", type=int, default=32, help="sequences per step: the LSTM steps are "
                         "sequential, so wide batches are what keeps a CPU busy")
     parser.add_argument("--lr", type=float, default=3e-3)
+    parser.add_argument("--decay", type=float, default=0, help="cosine decay of the rate over this many "
+                        "minutes of training, carried across resumed runs; 0: a constant rate")
+    parser.add_argument("--restart-decay", action="store_true", help="begin the decay again")
     parser.add_argument("--threads", type=int, default=2)
+    parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
     parser.add_argument("--reset-best", action="store_true",
                         help="forget the best validation loss of earlier rounds (after the validation set changed)")
     parser.add_argument("--data", default=os.path.join(HERE, "data", "beats"))
+    parser.add_argument("--packed", nargs="+", help="files of pack_beats.py instead of --data")
     parser.add_argument("--checkpoints", default=os.path.join(HERE, "checkpoints"))
     args = parser.parse_args()
     torch.set_num_threads(args.threads)
-    for index in (range(NUM_NETS) if args.all else [args.net]):
-        train_net(index, args)
+    if args.packed:
+        train, validation = load_packed(args.packed)
+    else:
+        train = load_pieces(os.path.join(args.data, "train"))
+        validation = load_pieces(os.path.join(args.data, "validation"))
+    print("%d training and %d validation pieces" % (len(train), len(validation)), flush=True)
+    for index in (range(NUM_NETS) if args.all else args.net):
+        train_net(index, args, train, validation)
     return 0
 
 
