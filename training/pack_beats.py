@@ -14,6 +14,7 @@ import glob
 import io
 import json
 import lzma
+import multiprocessing
 import os
 import sys
 
@@ -102,8 +103,10 @@ def main() -> int:
     parts = [validation if i == 0 else [] for i in range(args.parts)]
     for i, piece in enumerate(train):
         parts[i % args.parts].append(piece)
-    for i, part in enumerate(parts):
-        size = write_part(os.path.join(args.out, "beats_%d.xz" % i), part)
+    paths = [os.path.join(args.out, "beats_%d.xz" % i) for i in range(args.parts)]
+    with multiprocessing.Pool(min(args.parts, os.cpu_count() or 1)) as pool:  # xz is slow: a core per part
+        sizes = pool.starmap(write_part, zip(paths, parts))
+    for i, (part, size) in enumerate(zip(parts, sizes)):
         print("part %d: %d pieces, %d frames, %.1f MB" % (i, len(part), sum(p[2].shape[1] for p in part), size / 1e6))
     return 0
 

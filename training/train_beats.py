@@ -51,16 +51,37 @@ class BeatNet(nn.Module):
         return self.linear(self.lstm(x)[0])
 
 
-def frame_targets(labels: dict, frames: int, widen: int = 1) -> np.ndarray:
-    """Class per frame: 2 on a downbeat, 1 on a beat, 0 elsewhere; `widen` frames either side are
-    marked too, since a beat is an instant and the frame grid is coarse."""
-    target = np.zeros(frames, dtype=np.int64)
-    for t, down in labels["beats"]:
+def frame_targets(labels: dict, frames: int, widen: int = 1, trail: float = 0.7) -> np.ndarray:
+    """Class probabilities per frame, rows of [no beat, beat, downbeat].
+
+    A beat's own frame and `widen` frames either side are marked fully, since a beat is an instant and
+    the frame grid is coarse. The bar HMM reads a beat over the first sixteenth of its interval, so
+    the frames after a beat up to that point are marked with `trail`: a slow beat then keeps its
+    activation through the whole region, instead of losing the path to twice its tempo, and the peak
+    stays on the beat itself, where the tracker places it."""
+    marks = np.zeros((frames, 3), dtype=np.float32)
+    beats = labels["beats"]
+    for i, (t, down) in enumerate(beats):
+        if i + 1 < len(beats):
+            interval = beats[i + 1][0] - t
+        else:
+            interval = t - beats[i - 1][0] if i > 0 else 0.0
+        region = int(math.ceil(interval / FRAME_SECONDS / 16.0))
         f = int(round(t / FRAME_SECONDS))
-        for g in range(f - widen, f + widen + 1):
+        column = 2 if down else 1
+        for g in range(f - widen, f + max(widen, region - 1) + 1):
             if 0 <= g < frames:
-                target[g] = max(target[g], 2 if down else 1)
-    return target
+                marks[g, column] = max(marks[g, column], 1.0 if g <= f + widen else trail)
+    marks[:, 1] = np.minimum(marks[:, 1], 1.0 - marks[:, 2])  # where a downbeat meets a beat, it wins
+    marks[:, 0] = 1.0 - marks[:, 1] - marks[:, 2]
+    return marks
+
+
+def frame_loss(logits, targets, weight):
+    """Weighted cross-entropy against class probabilities, per frame that has a target: padding has
+    rows of zeros and adds nothing."""
+    per_frame = -(targets * weight * nn.functional.log_softmax(logits, dim=-1)).sum(-1)
+    return per_frame.sum(), (targets.sum(-1) > 0).sum()
 
 
 # Bands of the three frame sizes (1024, 2048 and 4096 samples) and the lag of their positive differences:
@@ -143,15 +164,32 @@ class FrameStore:
         inside = index < end[:, None]
         index = torch.where(inside, index, torch.zeros_like(index))
         x = self.features[index] * inside[..., None]
-        y = torch.where(inside, self.targets[index], torch.full_like(index, -100))
+        y = self.targets[index] * inside[..., None]
         return x, y
 
-    def random_crops(self, rng: random.Random, crop: int, batch: int):
+    def random_crops(self, rng: random.Random, crop: int, batch: int, stretch: float = 1.0, gain: float = 1.0):
+        """`batch` crops of `crop` frames. With `stretch` above 1, each crop is read at its own rate
+        between 1/stretch and stretch, a faster or slower performance of the same music, and with `gain`
+        above 1 its features are scaled by a factor between 1/gain and gain: the material is small
+        beside what the networks can memorise."""
+        rates = [math.exp(rng.uniform(-math.log(stretch), math.log(stretch))) for _ in range(batch)]
         spans = []
-        for _ in range(batch):
+        for rate in rates:
             piece = rng.randrange(len(self.lengths))
-            spans.append((piece, rng.randint(0, max(0, self.lengths[piece] - crop))))
-        return self.gather(spans, crop)
+            spans.append((piece, rng.randint(0, max(0, self.lengths[piece] - int(crop * rate)))))
+        if stretch == 1.0 and gain == 1.0:
+            return self.gather(spans, crop)
+        first = torch.tensor([self.offsets[p] + s for p, s in spans], device=self.device)
+        end = torch.tensor([self.offsets[p + 1] for p, _ in spans], device=self.device)
+        steps = torch.arange(crop, device=self.device, dtype=torch.float32)[None, :]
+        index = first[:, None] + (steps * torch.tensor(rates, device=self.device)[:, None]).long()
+        inside = index < end[:, None]
+        index = torch.where(inside, index, torch.zeros_like(index))
+        scale = torch.tensor([math.exp(rng.uniform(-math.log(gain), math.log(gain))) for _ in range(batch)],
+                             device=self.device)
+        x = self.features[index] * (inside[..., None] * scale[:, None, None])
+        y = self.targets[index] * inside[..., None]
+        return x, y
 
 
 def evaluate(model, store: FrameStore, weight, chunk: int = 3000, batch: int = 16) -> float:
@@ -162,9 +200,8 @@ def evaluate(model, store: FrameStore, weight, chunk: int = 3000, batch: int = 1
     with torch.no_grad():
         for i in range(0, len(spans), batch):
             x, y = store.gather(spans[i:i + batch], chunk)
-            loss += nn.functional.cross_entropy(model(x).reshape(-1, 3), y.reshape(-1), weight=weight,
-                                                reduction="sum").item()
-            frames += int((y >= 0).sum())
+            total, count = frame_loss(model(x), y, weight)
+            loss, frames = loss + total.item(), frames + int(count)
     model.train()
     return loss / max(frames, 1)
 
@@ -217,8 +254,9 @@ def train_net(index: int, args, train, validation) -> None:
             if args.decay:
                 for group in optimizer.param_groups:
                     group["lr"] = decayed(args.lr, seconds + now - started, args.decay)
-            x, y = fold.random_crops(rng, args.crop, args.batch)
-            loss = nn.functional.cross_entropy(model(x).reshape(-1, 3), y.reshape(-1), weight=weight)
+            x, y = fold.random_crops(rng, args.crop, args.batch, args.stretch, args.gain)
+            total_loss, count_frames = frame_loss(model(x), y, weight)
+            loss = total_loss / count_frames.clamp(min=1)
             optimizer.zero_grad()
             loss.backward()
             nn.utils.clip_grad_norm_(model.parameters(), 1.0)
@@ -255,6 +293,9 @@ def main() -> int:
     parser.add_argument("--decay", type=float, default=0, help="cosine decay of the rate over this many "
                         "minutes of training, carried across resumed runs; 0: a constant rate")
     parser.add_argument("--restart-decay", action="store_true", help="begin the decay again")
+    parser.add_argument("--stretch", type=float, default=1.0, help="read crops at rates up to this factor "
+                        "faster or slower (1: as recorded)")
+    parser.add_argument("--gain", type=float, default=1.0, help="scale crops' features by up to this factor")
     parser.add_argument("--threads", type=int, default=2)
     parser.add_argument("--device", default="cuda" if torch.cuda.is_available() else "cpu")
     parser.add_argument("--reset-best", action="store_true",
