@@ -5,7 +5,7 @@ import unittest
 import numpy as np
 import torch
 
-from train_beats import frame_loss, frame_targets
+from train_beats import FrameStore, frame_loss, frame_targets
 
 
 class FrameTargetsTest(unittest.TestCase):
@@ -44,6 +44,28 @@ class FrameLossTest(unittest.TestCase):
         expected = -torch.log_softmax(logits[0, :3], dim=-1)[:, 0].sum()
         self.assertAlmostEqual(total.item(), expected.item(), places=5)
         self.assertEqual(int(frames), 3)
+
+
+class FrameStoreTest(unittest.TestCase):
+    def setUp(self):
+        # Two pieces whose feature rows hold their own frame number, so a gather shows what it read.
+        pieces = []
+        for frames in (6, 4):
+            features = np.repeat(np.arange(1, frames + 1, dtype=np.float32)[:, None], 314, axis=1)
+            pieces.append(("p", features, frame_targets({"beats": [(0.0, True)]}, frames)))
+        self.store = FrameStore(pieces, torch.device("cpu"))
+
+    def test_crops_stop_at_their_piece(self):
+        x, y = self.store.gather([(0, 4), (1, 0)], 5)
+        self.assertEqual(x[0, :, 0].tolist(), [5, 6, 0, 0, 0])  # never the next piece's frames
+        self.assertEqual(x[1, :, 0].tolist(), [1, 2, 3, 4, 0])
+        self.assertEqual(y[0, 2:].abs().sum().item(), 0.0)
+        self.assertEqual(y[1, 0].tolist(), [0.0, 0.0, 1.0])
+
+    def test_rates_and_scales(self):
+        x, _ = self.store.gather([(0, 0), (0, 1)], 3, rates=[2.0, 0.5], scales=[1.0, 10.0])
+        self.assertEqual(x[0, :, 0].tolist(), [1, 3, 5])
+        self.assertEqual(x[1, :, 0].tolist(), [20, 20, 30])
 
 
 if __name__ == "__main__":

@@ -155,17 +155,22 @@ class FrameStore:
     def frames(self) -> int:
         return int(self.offsets[-1])
 
-    def gather(self, spans, length: int):
-        """Features and classes of (piece, first frame) spans of `length` frames; frames past a piece's
-        end are zero and their class is ignored by the loss."""
+    def gather(self, spans, length: int, rates=None, scales=None):
+        """Features and class probabilities of (piece, first frame) spans of `length` frames, each span
+        read at its rate (frames of the piece per frame of the crop) and its features scaled. Frames past
+        a piece's end are zero, their targets too, so the loss passes them by."""
         first = torch.tensor([self.offsets[p] + s for p, s in spans], device=self.device)
         end = torch.tensor([self.offsets[p + 1] for p, _ in spans], device=self.device)
-        index = first[:, None] + torch.arange(length, device=self.device)[None, :]
+        steps = torch.arange(length, device=self.device)[None, :]
+        if rates is not None:
+            steps = (steps * torch.tensor(rates, device=self.device)[:, None]).long()
+        index = first[:, None] + steps
         inside = index < end[:, None]
         index = torch.where(inside, index, torch.zeros_like(index))
         x = self.features[index] * inside[..., None]
-        y = self.targets[index] * inside[..., None]
-        return x, y
+        if scales is not None:
+            x = x * torch.tensor(scales, device=self.device)[:, None, None]
+        return x, self.targets[index] * inside[..., None]
 
     def random_crops(self, rng: random.Random, crop: int, batch: int, stretch: float = 1.0, gain: float = 1.0):
         """`batch` crops of `crop` frames. With `stretch` above 1, each crop is read at its own rate
@@ -177,19 +182,8 @@ class FrameStore:
         for rate in rates:
             piece = rng.randrange(len(self.lengths))
             spans.append((piece, rng.randint(0, max(0, self.lengths[piece] - int(crop * rate)))))
-        if stretch == 1.0 and gain == 1.0:
-            return self.gather(spans, crop)
-        first = torch.tensor([self.offsets[p] + s for p, s in spans], device=self.device)
-        end = torch.tensor([self.offsets[p + 1] for p, _ in spans], device=self.device)
-        steps = torch.arange(crop, device=self.device, dtype=torch.float32)[None, :]
-        index = first[:, None] + (steps * torch.tensor(rates, device=self.device)[:, None]).long()
-        inside = index < end[:, None]
-        index = torch.where(inside, index, torch.zeros_like(index))
-        scale = torch.tensor([math.exp(rng.uniform(-math.log(gain), math.log(gain))) for _ in range(batch)],
-                             device=self.device)
-        x = self.features[index] * (inside[..., None] * scale[:, None, None])
-        y = self.targets[index] * inside[..., None]
-        return x, y
+        scales = [math.exp(rng.uniform(-math.log(gain), math.log(gain))) for _ in range(batch)]
+        return self.gather(spans, crop, rates, scales)
 
 
 def evaluate(model, store: FrameStore, weight, chunk: int = 3000, batch: int = 16) -> float:
