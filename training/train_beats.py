@@ -9,9 +9,10 @@ training pieces, so the ensemble averages networks that saw different material.
     /usr/bin/python3 training/train_beats.py --all --epochs 30       # all eight in turn
 
 On a GPU machine without the renderer, train from the files of pack_beats.py, one process per network
-(with CUDA's multi-process service the eight share the GPU well):
+(train_beats_gpu.sh starts the eight under CUDA's multi-process service, which shares the GPU well):
 
-    python3 training/train_beats.py --net 3 --packed pack/beats_*.xz --batch 128 --lr 1e-3 --decay 15
+    python3 training/train_beats.py --net 3 --packed pack/beats_*.xz --batch 128 --lr 5e-4 --decay 3 \
+        --epoch-steps 40 --stretch 1.25 --gain 1.2
 """
 
 import argparse
@@ -135,11 +136,12 @@ def load_packed(paths):
         for name, part, amplitudes, beats in pack_beats.read_part(path):
             features = features_from_amplitudes(amplitudes)
             split[part].append((name, features, frame_targets({"beats": beats}, features.shape[0])))
-    return sorted(split["train"]), sorted(split["validation"])
+    by_name = lambda piece: piece[0]
+    return sorted(split["train"], key=by_name), sorted(split["validation"], key=by_name)
 
 
 class FrameStore:
-    """Every piece's features and frame classes end to end on one device, so that a batch of crops is a
+    """Every piece's features and class probabilities end to end on one device, so that a batch of crops is a
     single gather there rather than a copy from the host per step."""
 
     def __init__(self, pieces, device):
