@@ -57,6 +57,9 @@ def read_part(path: str) -> list:
     """Pieces of one packed file: (name, split, amplitudes frames x bands float32, beats [(t, down)])."""
     with open(path, "rb") as f:
         archive = np.load(io.BytesIO(lzma.decompress(f.read())), allow_pickle=False)
+    if (archive["frames"].sum() != archive["amplitudes"].shape[1]
+            or archive["beat_counts"].sum() != archive["beats"].shape[0]):
+        raise ValueError("%s: the piece lengths do not add up to the stored frames and beats" % path)
     pieces, frame, beat = [], 0, 0
     for name, split, frames, scale, count in zip(archive["names"], archive["splits"], archive["frames"],
                                                  archive["scales"], archive["beat_counts"]):
@@ -100,7 +103,7 @@ def main() -> int:
     validation = [p for p in pieces if p[1]]
     train = [p for p in pieces if not p[1]]
     # Training pieces are dealt round-robin so that every part holds every kind of material.
-    parts = [validation if i == 0 else [] for i in range(args.parts)]
+    parts = [list(validation) if i == 0 else [] for i in range(args.parts)]
     for i, piece in enumerate(train):
         parts[i % args.parts].append(piece)
     paths = [os.path.join(args.out, "beats_%d.xz" % i) for i in range(args.parts)]
